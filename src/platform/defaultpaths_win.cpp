@@ -1,0 +1,6 @@
+#include "platform/defaultpaths.h"
+
+QString Platform::defaultPathsKey()
+{
+    return QStringLiteral("windows");
+}

@@ -1,0 +1,396 @@
+#include <QCoreApplication>
+#include <QDir>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "config/settings.h"
+#include "isolatedsettings.h"
+
+class TestSettings : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void configurations_data();
+    void configurations();
+    void brokenConfigurations_data();
+    void brokenConfigurations();
+    void compiledInConfiguration();
+    void expandPath_data();
+    void expandPath();
+    void expandPathCreatesParent();
+    void defaultInstallPath();
+    void installPath();
+    void changeRules_data();
+    void changeRules();
+    void alwaysWrittenKeys();
+    void language();
+    void lastUpdateCheck();
+
+private:
+    IsolatedSettings m_isolation;
+    QTemporaryDir m_files;
+};
+
+namespace
+{
+    QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &contents)
+    {
+        QFile file(dir.filePath(name));
+        if (!file.open(QIODevice::WriteOnly))
+            return QString();
+        file.write(contents);
+        return file.fileName();
+    }
+
+    QString native(const QString &path)
+    {
+        return QDir::toNativeSeparators(QDir::cleanPath(path));
+    }
+}
+
+void TestSettings::init()
+{
+    Settings settings(nullptr);
+    QSettings().clear();
+}
+
+void TestSettings::configurations_data()
+{
+    QTest::addColumn<QString>("product");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("applicationName");
+    QTest::addColumn<QString>("updatePath");
+    QTest::addColumn<QString>("executableName");
+    QTest::addColumn<QString>("logoImage");
+    QTest::addColumn<QString>("legacyDir");
+    QTest::addColumn<QString>("launcherExecutable");
+    QTest::addColumn<QString>("launcherManifestPath");
+    QTest::addColumn<bool>("hasNews");
+    QTest::addColumn<int>("categories");
+
+    QTest::newRow("hollowmere") << "hollowmere" << "0.0.2" << "Hollowmere" << "/hollowmere" << "hollowmere_dx_BE.exe"
+                                << "hm_logo.png" << "Hollowmere/hollowmere" << "launcher.exe"
+                                << "/hm_launcher_manifest.json" << true << 9;
+    QTest::newRow("hollowmere_ptr") << "hollowmere_ptr" << "0.0.1" << "Hollowmere PTR" << "/hollowmere_ptr"
+                                    << "hollowmere_dx.exe" << "hm_logo.png" << "Hollowmere/hollowmere_ptr"
+                                    << "launcher.exe" << "/hm_ptr_launcher_manifest.json" << true << 9;
+    QTest::newRow("hollowmere_test") << "hollowmere_test" << "0.0.2" << "Hollowmere Test Server" << "/hollowmere_test"
+                                     << "hollowmere_dx.exe" << "hm_logo.png" << "Hollowmere/hollowmere_test"
+                                     << "launcher.exe" << "/hm_test_launcher_manifest.json" << true << 9;
+    QTest::newRow("hollowmere_tournament") << "hollowmere_tournament" << "0.0.1" << "Hollowmere Tournament"
+                                           << "/hollowmere_tournament" << "hollowmere_dx.exe" << "hm_logo.png"
+                                           << "hollowmere_tournament" << "bwd-launcher.exe"
+                                           << "/hollowmere_tournament.json" << false << 10;
+    QTest::newRow("ashfallow") << "ashfallow" << "0.0.1" << "Ashfallow" << "/ashfallow" << "ashfallow_dx_BE.exe"
+                               << "af_logo.png" << "Ashfallow/ashfallow" << "bwd-launcher.exe"
+                               << "/af_launcher_manifest.json" << true << 8;
+    QTest::newRow("ashfallow_ptr") << "ashfallow_ptr" << "0.0.1" << "Ashfallow PTR" << "/ashfallow_ptr"
+                                   << "ashfallow_dx_BE.exe" << "af_logo.png" << "Ashfallow/ashfallow_ptr"
+                                   << "bwd-launcher.exe" << "/af_launcher_ptr_manifest.json" << true << 8;
+    QTest::newRow("ashfallow_test") << "ashfallow_test" << "0.0.9" << "Ashfallow Test Server" << "/ashfallow_test_new"
+                                    << "ashfallow_dx.exe" << "af_logo.png" << "Ashfallow/ashfallow_test"
+                                    << "bwd-launcher.exe" << "/af_launcher_test_manifest.json" << true << 8;
+    QTest::newRow("dev") << "dev" << "dev" << "Hollowmere" << "/hm_launcher_test" << "hollowmere_dx.exe"
+                         << "hm_logo.png" << "Hollowmere/hollowmere" << "launcher.exe" << "/hm_launcher_manifest.json"
+                         << true << 10;
+}
+
+void TestSettings::configurations()
+{
+    QFETCH(QString, product);
+    QFETCH(QString, version);
+    QFETCH(QString, applicationName);
+    QFETCH(QString, updatePath);
+    QFETCH(QString, executableName);
+    QFETCH(QString, logoImage);
+    QFETCH(QString, legacyDir);
+    QFETCH(QString, launcherExecutable);
+    QFETCH(QString, launcherManifestPath);
+    QFETCH(bool, hasNews);
+    QFETCH(int, categories);
+
+    const Settings settings(QStringLiteral(":/resources/settings_%1.json").arg(product), nullptr);
+    QCOMPARE(settings.version(), version);
+    QCOMPARE(settings.applicationName(), applicationName);
+    QCOMPARE(settings.companyName(), QStringLiteral("Brindlewood Works"));
+    QCOMPARE(settings.manifestFile(), QStringLiteral("checksums.txt.gz"));
+    QCOMPARE(settings.executableName(), executableName);
+    QCOMPARE(settings.logoImage(), logoImage);
+    QCOMPARE(settings.legacyDir(), legacyDir);
+    QCOMPARE(settings.updaterExecutable(), QStringLiteral("updater.exe"));
+    QCOMPARE(settings.launcherExecutable(), launcherExecutable);
+    QVERIFY(QFile::exists(QStringLiteral(":/resources/") + settings.logoImage()));
+
+    const QUrl updateUrl(settings.updateUrl());
+    QVERIFY(updateUrl.isValid());
+    QCOMPARE(updateUrl.path(), updatePath);
+    QVERIFY(!settings.updateUrl().endsWith(QLatin1Char('/')));
+    QCOMPARE(QUrl(settings.launcherUpdateUrl()).path(), launcherManifestPath);
+    QCOMPARE(QUrl(settings.launcherUpdateUrl()).host(), updateUrl.host());
+    QVERIFY(QUrl(settings.companyUrl()).isValid() && !settings.companyUrl().isEmpty());
+    QCOMPARE(settings.newsUrl().isEmpty(), !hasNews);
+    if (hasNews)
+        QCOMPARE(QUrl(settings.newsUrl()).path(), QStringLiteral("/api/news"));
+
+    const QJsonObject paths = settings.config().value(QLatin1String("defaultPaths")).toObject();
+    QCOMPARE(paths.value(QLatin1String("windows")).toString(),
+             QStringLiteral("%ProgramFiles(x86)%/{companyName}/{applicationName}"));
+    QCOMPARE(paths.value(QLatin1String("other")).toString(), QStringLiteral("{appData}/{companyName}/{applicationName}"));
+    QCOMPARE(settings.config().value(QLatin1String("autoUpdate")).toBool(), true);
+
+    // Every row is a link with an icon we ship, or the one empty separator.
+    QCOMPARE(settings.categories().size(), categories);
+    int separators = 0;
+    for (const QJsonValue &value : settings.categories()) {
+        const QJsonObject category = value.toObject();
+        if (category.isEmpty()) {
+            ++separators;
+            continue;
+        }
+        QVERIFY(!category.value(QLatin1String("name")).toString().isEmpty());
+        QVERIFY2(QFile::exists(category.value(QLatin1String("icon")).toString()),
+                 qPrintable(category.value(QLatin1String("icon")).toString()));
+        QVERIFY(QUrl(category.value(QLatin1String("url")).toString()).isValid());
+    }
+    QCOMPARE(separators, 1);
+
+    QCOMPARE(QCoreApplication::organizationName(), QStringLiteral("Brindlewood Works"));
+    QCOMPARE(QCoreApplication::applicationName(), applicationName + QStringLiteral(" Launcher"));
+    QCOMPARE(QCoreApplication::applicationVersion(), version);
+}
+
+void TestSettings::brokenConfigurations_data()
+{
+    QTest::addColumn<QString>("fileName");
+    QTest::addColumn<QByteArray>("contents");
+    QTest::addColumn<QString>("applicationName");
+    QTest::addColumn<QString>("version");
+
+    QTest::newRow("missing") << QStringLiteral("missing.json") << QByteArray() << QString() << QString();
+    QTest::newRow("not JSON") << QStringLiteral("broken.json") << QByteArray("{\"version\": \"1\",") << QString() << QString();
+    QTest::newRow("array at the root") << QStringLiteral("array.json") << QByteArray("[{\"version\": \"1\"}]") << QString()
+                                       << QString();
+    QTest::newRow("wrong types") << QStringLiteral("types.json")
+                                 << QByteArray("{\"version\": 2, \"applicationName\": \"Only\", \"categories\": {}}")
+                                 << QStringLiteral("Only") << QString();
+}
+
+void TestSettings::brokenConfigurations()
+{
+    QFETCH(QString, fileName);
+    QFETCH(QByteArray, contents);
+    QFETCH(QString, applicationName);
+    QFETCH(QString, version);
+
+    const QString path = contents.isEmpty() ? m_files.filePath(fileName) : writeFile(m_files, fileName, contents);
+    const Settings settings(path, nullptr);
+    QCOMPARE(settings.applicationName(), applicationName);
+    QCOMPARE(settings.version(), version);
+    QVERIFY(settings.companyName().isEmpty());
+    QVERIFY(settings.updateUrl().isEmpty());
+    QVERIFY(settings.categories().isEmpty());
+    QVERIFY(QCoreApplication::organizationName().isEmpty());
+    QCOMPARE(QCoreApplication::applicationName(), applicationName + QStringLiteral(" Launcher"));
+}
+
+void TestSettings::compiledInConfiguration()
+{
+    const Settings settings(nullptr);
+    QCOMPARE(Settings::instance(), &settings);
+    QVERIFY(!settings.applicationName().isEmpty());
+    QVERIFY(!settings.updateUrl().isEmpty());
+}
+
+void TestSettings::expandPath_data()
+{
+    // @tmp@ is a scratch directory, @appData@ the application data location.
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("plain path, normalised") << "@tmp@//a/./b/../c/" << "@tmp@/a/c";
+    QTest::newRow("unset variable stays") << "@tmp@/%LAUNCHER_TEST_UNSET%/y" << "@tmp@/%LAUNCHER_TEST_UNSET%/y";
+    QTest::newRow("one variable") << "%LAUNCHER_TEST_ROOT%/game" << "@tmp@/root/game";
+    QTest::newRow("two variables") << "%LAUNCHER_TEST_ROOT%/%LAUNCHER_TEST_NAME%" << "@tmp@/root/a-rather-long-name";
+    QTest::newRow("unset before a set variable") << "%LAUNCHER_TEST_UNSET%%LAUNCHER_TEST_ROOT%"
+                                                 << "%LAUNCHER_TEST_UNSET%@tmp@/root";
+    QTest::newRow("variable naming a variable") << "%LAUNCHER_TEST_NESTED%/x" << "@tmp@/root/nested/x";
+    QTest::newRow("variable naming itself ends") << "%LAUNCHER_TEST_SELF%" << QString();
+    QTest::newRow("placeholders") << "{appData}/{companyName}/{applicationName}"
+                                  << "@appData@/Brindlewood Works/Hollowmere PTR";
+    QTest::newRow("placeholders are case-sensitive") << "@tmp@/{CompanyName}/{applicationname}"
+                                                     << "@tmp@/{CompanyName}/{applicationname}";
+    QTest::newRow("placeholder inside a variable") << "%LAUNCHER_TEST_PLACEHOLDER%/x" << "@appData@/x";
+}
+
+void TestSettings::expandPath()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, expected);
+
+    const QString scratch = m_files.filePath(QStringLiteral("expand"));
+    qputenv("LAUNCHER_TEST_ROOT", QString(scratch + QStringLiteral("/root")).toUtf8());
+    qputenv("LAUNCHER_TEST_NAME", "a-rather-long-name");
+    qputenv("LAUNCHER_TEST_NESTED", "%LAUNCHER_TEST_ROOT%/nested");
+    qputenv("LAUNCHER_TEST_SELF", "x%LAUNCHER_TEST_SELF%");
+    qputenv("LAUNCHER_TEST_PLACEHOLDER", "{appData}");
+    qunsetenv("LAUNCHER_TEST_UNSET");
+
+    const Settings settings(QStringLiteral(":/resources/settings_hollowmere_ptr.json"), nullptr);
+    const QString appData = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+    const auto substitute = [&](QString text) {
+        return text.replace(QLatin1String("@tmp@"), scratch).replace(QLatin1String("@appData@"), appData);
+    };
+
+    const QString result = settings.expandPath(substitute(path));
+    if (expected.isEmpty()) {
+        // It must come back at all, with the variable still unexpanded.
+        QVERIFY(result.contains(QLatin1String("%LAUNCHER_TEST_SELF%")));
+        QVERIFY(result.startsWith(QLatin1String("xxxx")));
+    } else {
+        QCOMPARE(result, native(substitute(expected)));
+    }
+}
+
+void TestSettings::expandPathCreatesParent()
+{
+    const Settings settings(QStringLiteral(":/resources/settings_hollowmere_ptr.json"), nullptr);
+    const QString path = m_files.filePath(QStringLiteral("made/by/expand/game"));
+    QCOMPARE(settings.expandPath(path), native(path));
+    QVERIFY(QDir(m_files.filePath(QStringLiteral("made/by/expand"))).exists());
+    QVERIFY(!QDir(path).exists());
+}
+
+void TestSettings::defaultInstallPath()
+{
+    const Settings settings(QStringLiteral(":/resources/settings_ashfallow.json"), nullptr);
+    const QString appData = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+    QVERIFY(appData.contains(QLatin1String("Ashfallow Launcher")));
+    QCOMPARE(settings.defaultInstallPath(), native(appData + QStringLiteral("/Brindlewood Works/Ashfallow")));
+    QVERIFY(QDir(appData + QStringLiteral("/Brindlewood Works")).exists());
+}
+
+void TestSettings::installPath()
+{
+    Settings settings(nullptr);
+    QSignalSpy changed(&settings, &Settings::installPathChanged);
+
+    // The default is computed on each call and never written back.
+    QCOMPARE(settings.installPath(), settings.defaultInstallPath());
+    QVERIFY(!QSettings().contains(QStringLiteral("installPath")));
+
+    // Nothing stored compares as the empty string, not as the default.
+    settings.setInstallPath(QString());
+    QCOMPARE(changed.count(), 0);
+    settings.setInstallPath(settings.defaultInstallPath());
+    QCOMPARE(changed.count(), 1);
+    QVERIFY(QSettings().contains(QStringLiteral("installPath")));
+
+    // Stored as given, normalised on reading; other separators are a change.
+    settings.setInstallPath(QStringLiteral("/games//hollowmere/"));
+    QCOMPARE(changed.count(), 2);
+    QCOMPARE(changed.last().first().toString(), QStringLiteral("/games//hollowmere/"));
+    QCOMPARE(settings.installPath(), native(QStringLiteral("/games/hollowmere")));
+    settings.setInstallPath(QStringLiteral("/games//hollowmere/"));
+    QCOMPARE(changed.count(), 2);
+    settings.setInstallPath(QStringLiteral("/games/hollowmere"));
+    QCOMPARE(changed.count(), 3);
+}
+
+void TestSettings::changeRules_data()
+{
+    QTest::addColumn<QString>("setter");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("emitted");
+
+    QTest::newRow("language en while nothing is stored") << "language" << QVariant(QStringLiteral("en")) << false;
+    QTest::newRow("language pt while nothing is stored") << "language" << QVariant(QStringLiteral("pt")) << true;
+    QTest::newRow("auto update on while nothing is stored") << "autoUpdate" << QVariant(true) << false;
+    QTest::newRow("auto update off while nothing is stored") << "autoUpdate" << QVariant(false) << true;
+}
+
+void TestSettings::changeRules()
+{
+    QFETCH(QString, setter);
+    QFETCH(QVariant, value);
+    QFETCH(bool, emitted);
+
+    Settings settings(nullptr);
+    QSignalSpy languageChanged(&settings, &Settings::languageChanged);
+    QSignalSpy autoUpdateChanged(&settings, &Settings::autoUpdateChanged);
+    if (setter == QLatin1String("language"))
+        settings.setLanguage(value.toString());
+    else
+        settings.setAutoUpdate(value.toBool());
+
+    QCOMPARE(languageChanged.count() + autoUpdateChanged.count(), emitted ? 1 : 0);
+    QCOMPARE(QSettings().contains(setter), emitted);
+
+    // The same value again is no change.
+    if (setter == QLatin1String("language"))
+        settings.setLanguage(value.toString());
+    else
+        settings.setAutoUpdate(value.toBool());
+    QCOMPARE(languageChanged.count() + autoUpdateChanged.count(), emitted ? 1 : 0);
+}
+
+void TestSettings::alwaysWrittenKeys()
+{
+    Settings settings(nullptr);
+    QCOMPARE(settings.animationsEnabled(), false);
+    QCOMPARE(settings.hasSelectedInstallPath(), false);
+    QCOMPARE(settings.ignoreLegacyInstallationMigration(), false);
+
+    // These write even an unchanged value, so the key exists afterwards.
+    settings.setAnimationsEnabled(false);
+    settings.setHasSelectedInstallPath(false);
+    settings.setIgnoreLegacyInstallationMigration(false);
+    const QSettings store;
+    QVERIFY(store.contains(QStringLiteral("animationsEnabled")));
+    QVERIFY(store.contains(QStringLiteral("hasSelectedInstallPath")));
+    QVERIFY(store.contains(QStringLiteral("ignoreLegacyInstallationMigration")));
+
+    settings.setAnimationsEnabled(true);
+    settings.setHasSelectedInstallPath(true);
+    settings.setIgnoreLegacyInstallationMigration(true);
+    QVERIFY(settings.animationsEnabled());
+    QVERIFY(settings.hasSelectedInstallPath());
+    QVERIFY(settings.ignoreLegacyInstallationMigration());
+}
+
+void TestSettings::language()
+{
+    const QString systemLanguage = QLocale::system().name().section(QLatin1Char('_'), 0, 0);
+    {
+        Settings settings(nullptr);
+        QCOMPARE(settings.language(), systemLanguage);
+        settings.setLanguage(QStringLiteral("pt"));
+        QCOMPARE(settings.language(), QStringLiteral("pt"));
+    }
+    // Written through to the store, so the next run reads it.
+    const Settings settings(nullptr);
+    QCOMPARE(settings.language(), QStringLiteral("pt"));
+}
+
+void TestSettings::lastUpdateCheck()
+{
+    {
+        Settings settings(nullptr);
+        QSignalSpy changed(&settings, &Settings::lastUpdateCheckChanged);
+        QVERIFY(settings.lastUpdateCheck().isEmpty());
+        settings.setLastUpdateCheck(QStringLiteral("2026-11-23T10:00:00"));
+        settings.setLastUpdateCheck(QStringLiteral("2026-11-23T10:00:00"));
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(settings.lastUpdateCheck(), QStringLiteral("2026-11-23T10:00:00"));
+    }
+    // Kept in memory only.
+    const Settings settings(nullptr);
+    QVERIFY(settings.lastUpdateCheck().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestSettings)
+#include "tst_config_settings.moc"
