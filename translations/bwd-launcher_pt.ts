@@ -7,5 +7,57 @@
         <source>Launcher</source>
         <translation>Inicializador</translation>
     </message>
+    <message>
+        <source>Calculating...</source>
+        <translation>Calculando...</translation>
+    </message>
+    <message>
+        <source>Install</source>
+        <translation>Instalar</translation>
+    </message>
+    <message>
+        <source>Update</source>
+        <translation>Atualizar</translation>
+    </message>
+    <message>
+        <source>Play</source>
+        <translation>Jogar</translation>
+    </message>
+    <message>
+        <source>Checking for updates</source>
+        <translation>Verificando atualizações</translation>
+    </message>
+    <message>
+        <source>Updating</source>
+        <translation>Atualizando</translation>
+    </message>
+    <message>
+        <source>Installing</source>
+        <translation>Instalando</translation>
+    </message>
+    <message>
+        <source>Launching</source>
+        <translation>Iniciando</translation>
+    </message>
+    <message>
+        <source>Playing</source>
+        <translation>Jogando</translation>
+    </message>
+    <message>
+        <source>Download Error</source>
+        <translation>Erro de download</translation>
+    </message>
+    <message>
+        <source>Launch Failed</source>
+        <translation>Falha ao iniciar</translation>
+    </message>
+    <message>
+        <source>Game executable not found. Please verify your installation.</source>
+        <translation>Executável do jogo não encontrado. Verifique sua instalação.</translation>
+    </message>
+    <message>
+        <source>Failed to launch the game. Please verify your installation.</source>
+        <translation>Falha ao iniciar o jogo. Verifique sua instalação.</translation>
+    </message>
 </context>
 </TS>

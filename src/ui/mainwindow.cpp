@@ -176,6 +176,9 @@ void MainWindow::showErrorMessage(const QString &title, const QString &text)
         return;
 
     errorBox = new QMessageBox(QMessageBox::Critical, title, text, QMessageBox::Ok, this);
+    // A message box is modal by default; this one must leave the launcher
+    // usable while it is open.
+    errorBox->setModal(false);
     connect(errorBox, &QMessageBox::finished, this, [this] {
         errorBox->deleteLater();
         errorBox = nullptr;
