@@ -14,6 +14,7 @@ SERIF_COND_BOLD="$FONTS/DejaVuSerifCondensed-Bold.ttf"
 for tool in convert ffmpeg ffprobe; do
     command -v "$tool" >/dev/null || { echo "missing $tool (apt-get install imagemagick ffmpeg)" >&2; exit 1; }
 done
+ffmpeg -hide_banner -encoders 2>/dev/null | grep libx264 >/dev/null || { echo "ffmpeg lacks libx264" >&2; exit 1; }
 for font in "$SERIF_BOLD" "$SERIF_COND_BOLD"; do
     [[ -f "$font" ]] || { echo "missing $font (apt-get install fonts-dejavu-core)" >&2; exit 1; }
 done
@@ -34,7 +35,15 @@ A="affine $SS,0,0,$SS,-0.5,-0.5"
 save_png() { local out=$1; shift; convert "$@" -depth 8 -strip -define png:exclude-chunks=date,time "$out"; }
 
 # Reports a written file: name, bytes, pixel size(s) (every image of an .ico).
-wrote() { printf '  %-34s %8s bytes  %s\n' "$1" "$(stat -c %s "$OUT/$1")" "$(identify -format '%wx%h ' "$OUT/$1" 2>/dev/null)"; }
+wrote() {
+    local dims
+    case "$1" in
+        *.mp4) dims=$(ffprobe -v error -select_streams v:0 -show_entries stream=width,height,nb_frames \
+                   -of csv=p=0:s=x "$OUT/$1" | sed 's/x\([0-9]*\)$/, \1 frames/') ;;
+        *) dims=$(identify -format '%wx%h ' "$OUT/$1") ;;
+    esac
+    printf '  %-34s %8s bytes  %s\n' "$1" "$(stat -c %s "$OUT/$1")" "$dims"
+}
 
 # supersampled W H OUTPUT.png DRAWING-ARGS...
 supersampled() {
@@ -42,9 +51,6 @@ supersampled() {
     save_png "$OUT/$out" -size $((w * SS))x$((h * SS)) xc:none "$@" -filter box -resize "${w}x${h}!"
     wrote "$out"
 }
-
-# A big (W*SS) canvas holding a PNG made by the first arguments, for layering.
-big() { echo "$TMP/$1"; }
 
 echo "Writing into $OUT"
 
@@ -393,8 +399,9 @@ convert -size ${W}x${H} radial-gradient:'rgba(0,0,0,0)-rgba(0,0,0,0.75)' -distor
     \( -size ${W}x110 gradient:'rgba(0,0,0,0.55)-rgba(0,0,0,0)' -background none -extent ${W}x${H} \) -compose over -composite \
     "$TMP/layer_vignette.png"
 
-# Mist: tileable noise (blurred with tile virtual pixels), stretched wide,
-# shaped into a band and tinted moonlit blue. It sways a little each loop.
+# Mist: blurred seeded noise (wrapping at the borders, so no edge streaks),
+# stretched wide, shaped into a soft band and tinted moonlit blue. Each layer
+# is wider than the frame so it can sway sideways once per loop.
 mist() { # seed band-height output
     convert -size 400x90 xc: -seed "$1" +noise random -channel G -separate +channel \
         -virtual-pixel tile -blur 0x9 -auto-level -resize 1500x"$2"! -evaluate pow 1.8 \
@@ -417,7 +424,6 @@ convert -size 15x15 xc:'#e8ecff' "$TMP/glint_alpha.png" -alpha off -compose copy
 # Filter graph: the layers stacked with moving mist, then fireflies (some
 # behind the forest, some in front) and twinkling stars, each with its own
 # seeded path, fade phase and brightness.
-TWO_PI_N="2*PI*n/$PERIOD"
 awk -v seed=777 -v P=$PERIOD -v w=$W "$AWK_RND"'BEGIN {
     nf = 26; ns = 12
     # split the sprite streams
@@ -456,6 +462,8 @@ awk -v seed=777 -v P=$PERIOD -v w=$W "$AWK_RND"'BEGIN {
 }' >"$TMP/graph.txt"
 
 # Every input is a looped still at 30 fps; the graph's n is the frame number.
+# The frames go to a lossless file first: x264 fed straight from this slow
+# graph gave a slightly different file on every run, from a file it does not.
 ffmpeg -v error -y \
     -loop 1 -framerate 30 -i "$TMP/layer_back.png" \
     -loop 1 -framerate 30 -i "$TMP/mist_a.png" \
@@ -466,6 +474,10 @@ ffmpeg -v error -y \
     -loop 1 -framerate 30 -i "$TMP/glint.png" \
     -loop 1 -framerate 30 -i "$TMP/layer_vignette.png" \
     -filter_complex_script "$TMP/graph.txt" -map '[v]' -frames:v $((PERIOD + 1)) -r 30 -an \
+    -c:v ffv1 "$TMP/frames.mkv"
+# One keyframe for the whole clip (it is short and only ever restarts at 0);
+# aq-mode 3 spends bits on the dark gradients that would otherwise band.
+ffmpeg -v error -y -i "$TMP/frames.mkv" -an \
     -c:v libx264 -preset slow -tune film -crf 28 -profile:v high -pix_fmt yuv420p -threads 4 \
     -x264-params keyint=$((PERIOD + 1)):min-keyint=$((PERIOD + 1)):scenecut=0:aq-mode=3 \
     -colorspace bt709 -color_primaries bt709 -color_trc bt709 -color_range tv \
