@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDir>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
@@ -18,6 +19,9 @@ public:
         qputenv("XDG_CONFIG_HOME", QByteArray(m_home.path().toUtf8() + "/config"));
         qputenv("XDG_DATA_HOME", QByteArray(m_home.path().toUtf8() + "/data"));
         qputenv("XDG_CACHE_HOME", QByteArray(m_home.path().toUtf8() + "/cache"));
+        // The staging directory lives under the temporary location.
+        qputenv("TMPDIR", QByteArray(m_home.path().toUtf8() + "/tmp"));
+        QDir().mkpath(m_home.path() + QStringLiteral("/tmp"));
     }
 
     QString home() const { return m_home.path(); }

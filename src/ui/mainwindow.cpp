@@ -2,6 +2,10 @@
 #include "ui_mainwindow.h"
 
 #include <QDesktopServices>
+#include <QLabel>
+#include <QMediaPlayer>
+#include <QTimer>
+#include <QVideoSink>
 #include <QFile>
 #include <QGraphicsOpacityEffect>
 #include <QMessageBox>
@@ -9,6 +13,9 @@
 #include <QUrl>
 
 #include "config/settings.h"
+#include "ui/buttonlayout.h"
+#include "ui/circularprogresswidget.h"
+#include "updater/userprompt.h"
 
 namespace
 {
@@ -18,21 +25,51 @@ namespace
 
     const qreal HoverOpacity = 0.9;
     const qreal PressedOpacity = 0.8;
+
+    const int DefaultLaunchTimeLimitMs = 60000;
+    const int FirstFrameTimeoutMs = 5000;
 }
 
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
     , ui(new Ui::MainWindow)
+    , launchTimeLimitMs(DefaultLaunchTimeLimitMs)
 {
+    // The engine was constructed with the other members and must not have
+    // read any settings yet; from here on everything may.
     new Settings(this);
+
+    // The engine's own boxes have no parent: they may come while the window
+    // is still hidden.
+    UserPrompt::setHandlers(
+        [](const QString &title, const QString &text) { QMessageBox::critical(nullptr, title, text); },
+        [](const QString &title, const QString &text) {
+            return QMessageBox::question(nullptr, title, text, QMessageBox::Yes | QMessageBox::No,
+                                         QMessageBox::NoButton)
+                    == QMessageBox::Yes
+                ? UserPrompt::Answer::Yes
+                : UserPrompt::Answer::No;
+        });
 
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground, true);
     setAttribute(Qt::WA_QuitOnClose, true);
     setVisible(false);
 
+    connect(this, &MainWindow::backgroundSetupComplete, this, &MainWindow::onBackgroundSetupComplete);
+
+    player = new QMediaPlayer(this);
+    videoSink = new QVideoSink(this);
+    player->setVideoSink(videoSink);
+
+    connect(&updater, &Updater::launcherVersionCheckComplete, this, &MainWindow::onLauncherVersionCheckComplete);
+
     ui->setupUi(this);
     setWindowTitle(Settings::instance()->applicationName() + QStringLiteral(" Launcher"));
+
+    connect(videoSink, &QVideoSink::videoFrameChanged, this, &MainWindow::handleVideoFrame);
+    player->setSource(QUrl(QStringLiteral("qrc:/resources/background.mp4")));
+    player->setLoops(QMediaPlayer::Infinite);
 
     setAttribute(Qt::WA_OpaquePaintEvent, true);
     setAttribute(Qt::WA_TransparentForMouseEvents, false);
@@ -50,20 +87,107 @@ MainWindow::MainWindow(QWidget *parent)
         panel->raise();
     installEventFilterOn("minimizeButton");
     installEventFilterOn("closeButton");
-    installEventFilterOn("manageButton");
+
+    if (QPushButton *button = manageButton()) {
+        progressWidget = new CircularProgressWidget(button);
+        progressWidget->setFixedSize(40, 40);
+        progressWidget->hide();
+
+        speedLabel = new QLabel(this);
+        speedLabel->setObjectName(QStringLiteral("speedLabel"));
+        speedLabel->setFixedSize(100, 20);
+        speedLabel->setAlignment(Qt::AlignLeft);
+        speedLabel->setText(tr("Calculating..."));
+        speedLabel->hide();
+
+        button->installEventFilter(this);
+        setButtonState(QStringLiteral("install"));
+    }
+
+    connect(&updater, &Updater::checkingForUpdates, this, [this] { setButtonState(QStringLiteral("checking")); });
+    connect(&updater, &Updater::updateAvailable, this, [this](const QString &state) { setButtonState(state); });
+    connect(&updater, &Updater::noUpdateAvailable, this, &MainWindow::onNoUpdateAvailable);
+    connect(&updater, &Updater::updateComplete, this, [this] { setButtonState(QStringLiteral("play")); });
+    connect(&updater, &Updater::downloadProgress, this, &MainWindow::updateDownloadSpeed);
+    connect(&updater, &Updater::overallProgress, this, &MainWindow::updateOverallProgress);
+    connect(&updater, &Updater::stateChanged, this, &MainWindow::setButtonState);
+    connect(&updater, &Updater::downloadError, this, [this](const QString &error) {
+        showErrorMessage(tr("Download Error"), error);
+        resetButtonToInstallation();
+    });
+    connect(&updater, &Updater::verificationStarted, this, [this](int) {
+        if (!progressWidget)
+            return;
+        progressWidget->show();
+        progressWidget->setProgress(0.0);
+    });
+    connect(&updater, &Updater::verificationProgress, this, [this](int filesChecked, int totalFiles) {
+        if (progressWidget)
+            progressWidget->setProgress(ButtonLayout::verificationPercent(filesChecked, totalFiles) / 100.0);
+    });
+
+    connect(Settings::instance(), &Settings::installPathChanged, this, &MainWindow::onInstallPathChanged);
+
     installEventFilterOn("settingsButton");
+
+    player->play();
+    // Without a decoder for the video no frame ever comes, and the first frame
+    // is what starts everything else: fall back to a still picture.
+    connect(player, &QMediaPlayer::errorOccurred, this, &MainWindow::useStillBackground);
+    QTimer::singleShot(FirstFrameTimeoutMs, this, &MainWindow::useStillBackground);
+
+    connect(&updater, &Updater::stateChanged, this, [this](const QString &state) {
+        setButtonState(state);
+        if (!player)
+            return;
+        // The machine's full attention goes to a download run.
+        if (state == QLatin1String("updating") || state == QLatin1String("installing"))
+            player->pause();
+        else if (Settings::instance()->animationsEnabled())
+            player->play();
+    });
 }
 
 MainWindow::~MainWindow()
 {
     delete ui;
+    delete player;
+    player = nullptr;
+    delete videoSink;
+    videoSink = nullptr;
+
+    // Verification workers read the settings; they must be gone before the
+    // settings are.
+    updater.stopVerification();
     delete Settings::instance();
+
+    if (launchTimer)
+        launchTimer->stop();
+    delete launchTimer;
+    if (checkingTimer)
+        checkingTimer->stop();
+    delete checkingTimer;
 
     if (errorBox) {
         // Closing normally finishes the box, which clears errorBox itself.
         errorBox->close();
         delete errorBox;
     }
+}
+
+Updater &MainWindow::engine()
+{
+    return updater;
+}
+
+void MainWindow::setLaunchTimeLimit(int milliseconds)
+{
+    launchTimeLimitMs = milliseconds;
+}
+
+QPushButton *MainWindow::manageButton() const
+{
+    return findChild<QPushButton *>(QStringLiteral("manageButton"));
 }
 
 void MainWindow::loadStyleSheet()
@@ -134,6 +258,9 @@ bool MainWindow::eventFilter(QObject *watched, QEvent *event)
         QDesktopServices::openUrl(QUrl(url));
         return true;
     }
+
+    if (button && button->objectName() == QLatin1String("manageButton"))
+        return handleManageButtonPress(event);
 
     return QMainWindow::eventFilter(watched, event);
 }

@@ -1,16 +1,27 @@
 #pragma once
 
+#include <QImage>
 #include <QMainWindow>
 
+#include "updater/updater.h"
+
+class CircularProgressWidget;
+class QLabel;
+class QMediaPlayer;
 class QMessageBox;
+class QPushButton;
+class QTimer;
+class QVideoFrame;
+class QVideoSink;
 
 namespace Ui
 {
     class MainWindow;
 }
 
-// The launcher's one window: frameless and translucent, with its own title
-// bar. It owns the user settings and everything else the launcher shows.
+// The launcher's one window: frameless and translucent, painting its own video
+// background, with one large button whose state tells what the launcher is
+// doing. It owns the user settings and the patching engine.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -24,16 +35,82 @@ public:
     // a burst of failures does not stack boxes on the player.
     void showErrorMessage(const QString &title, const QString &text);
 
+    Updater &engine();
+
+    // How long the launch watch waits for the game's window; tests shorten it.
+    void setLaunchTimeLimit(int milliseconds);
+
+signals:
+    void buttonStateChanged(const QString &state);
+    void backgroundSetupComplete();
+
+public slots:
+    void setButtonState(const QString &state);
+    void onInstallPathChanged(const QString &path);
+    void onLauncherVersionCheckComplete(bool success);
+    void onBackgroundSetupComplete();
+
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+private slots:
+    void handleVideoFrame(const QVideoFrame &frame);
+    void ensurePlaying();
+    void ensurePaused();
+    QString buttonState() const;
 
 private:
+    // Frame
     void loadStyleSheet();
     void setLogo();
     void installEventFilterOn(const char *objectName);
     bool handleTitleBarEvent(QEvent *event);
     bool isOverWindowButton() const;
+    QPushButton *manageButton() const;
+
+    // Manage button
+    void applyButtonVisuals(QPushButton *button, const QString &state);
+    void setButtonVisuals(QPushButton *button, const QString &text, const QString &iconPath, const QString &style);
+    void placeProgressWidget(QPushButton *button);
+    void placeSpeedLabel(QPushButton *button);
+    QString manageButtonTextStyle(QPushButton *button) const;
+    void advanceCheckingText();
+    void updateDownloadSpeed(qlonglong bytesPerSecond);
+    void updateOverallProgress(qlonglong bytesDownloaded, qlonglong totalBytes);
+    void onNoUpdateAvailable();
+    void resetButtonToInstallation();
+
+    // Background
+    void takeFirstFrame(const QImage &frame);
+    void useStillBackground();
+
+    // Game launch and watch
+    bool handleManageButtonPress(QEvent *event);
+    bool launchGame();
+    void pollGameWindow();
+    void finishLaunch(bool windowFound);
+    void watchGameProcess();
+    bool isGameWindowVisible();
 
     Ui::MainWindow *ui = nullptr;
+    QMediaPlayer *player = nullptr;
+    QVideoSink *videoSink = nullptr;
+    QImage currentFrame;
+    bool backgroundReady = false;
+    QString currentState;
+    CircularProgressWidget *progressWidget = nullptr;
+    QLabel *speedLabel = nullptr;
+    Updater updater;
+    QTimer *launchTimer = nullptr;
+    int launchDots = 0;
+    bool gameRunning = false;
+    int launchElapsedMs = 0;
     QMessageBox *errorBox = nullptr;
+    QTimer *checkingTimer = nullptr;
+    int checkingDots = 0;
+    int launchTimeLimitMs;
 };

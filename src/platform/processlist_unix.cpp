@@ -1,0 +1,41 @@
+#include "platform/processlist.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace
+{
+    // The kernel marks the link of an executable replaced on disk; the
+    // process still is that program.
+    const QLatin1String DeletedSuffix(" (deleted)");
+}
+
+std::optional<QString> Platform::firstProcessImagePath(const QString &fileName)
+{
+    const QDir proc(QStringLiteral("/proc"));
+    QList<qint64> pids;
+    for (const QString &entry : proc.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool isPid = false;
+        const qint64 pid = entry.toLongLong(&isPid);
+        if (isPid)
+            pids.append(pid);
+    }
+    // Ascending ids, the nearest thing here to the order of a process snapshot.
+    std::sort(pids.begin(), pids.end());
+
+    for (const qint64 pid : std::as_const(pids)) {
+        // comm is cut at 15 characters, so the name comes from the link.
+        QString image = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
+        if (image.isEmpty())
+            continue;
+        if (image.endsWith(DeletedSuffix))
+            image.chop(DeletedSuffix.size());
+        if (QFileInfo(image).fileName() != fileName)
+            continue;
+        return image;
+    }
+    return std::nullopt;
+}

@@ -1,0 +1,138 @@
+#pragma once
+
+#include <QFutureWatcher>
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+
+class QFile;
+
+// Upper bound on file transfers in flight, taken once at process start.
+extern const int maxConcurrentDownloads;
+
+// A file transfer in flight.
+struct ActiveDownload
+{
+    QString fileName;
+    QString expectedChecksum;
+    QNetworkReply *reply = nullptr;
+    QFile *file = nullptr;
+};
+
+// A transfer deferred because every slot was taken.
+struct PendingDownload
+{
+    QUrl url;
+    QString fileName;
+};
+
+// The patching engine: fetches the manifest, verifies every file, downloads
+// what differs into the staging directory and moves it into place through the
+// relocation tool. It reports every outcome as a signal and touches no widget.
+class Updater : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Updater)
+
+public:
+    explicit Updater(QObject *parent = nullptr);
+    ~Updater() override;
+
+    void checkForUpdates();
+    bool isInstalled() const;
+    QList<QString> verifyInstallation();
+    // Blocks until a running verification has stopped; its outcome never
+    // arrives. Needed before the settings its workers read go away.
+    void stopVerification();
+
+    static QString fileChecksum(const QString &path);
+    static bool isStagedFileValid(const QString &relativePath, const QString &expectedChecksum);
+    static QString stagingDirectory();
+
+    void cancelAllDownloads();
+    bool runInstaller(const QString &source, const QString &destination, const QStringList &ignore);
+    int installStagedFiles();
+    void checkLauncherVersion();
+    bool isGameRunning() const;
+
+    // The relocation tool is this program itself; tests run the built one.
+    void setToolProgram(const QString &program);
+
+signals:
+    void updateAvailable(const QString &newVersion);
+    void noUpdateAvailable();
+    void downloadProgress(qlonglong bytesPerSecond);
+    void downloadFinished();
+    void downloadError(const QString &error);
+    void installProgress(int percentage);
+    void installFinished();
+    void installError(const QString &error);
+    void uninstallFinished();
+    void uninstallError(const QString &error);
+    void updateComplete();
+    void stateChanged(const QString &state);
+    void overallProgress(qlonglong bytesDownloaded, qlonglong totalBytes);
+    void checkingForUpdates();
+    void verificationStarted(int totalFiles);
+    void verificationProgress(int filesChecked, int totalFiles);
+    void launcherVersionCheckComplete(bool success);
+
+public slots:
+    void startUpdate();
+
+private slots:
+    void handleNetworkReply(QNetworkReply *reply);
+    void handleDownloadError(QNetworkReply::NetworkError error);
+    void downloadNextFile();
+
+private:
+    void parseManifest(const QByteArray &data);
+    void handleVerificationFinished();
+    void startFileDownload(const QUrl &url, const QString &fileName);
+    void writeReceivedData(QNetworkReply *reply);
+    void handleFileFinished(QNetworkReply *reply);
+    void handleFileFailure(QNetworkReply *reply);
+    void startLargestRemainingFile();
+    void handleFileProgress(QNetworkReply *reply, qint64 bytesReceived);
+    void finishDownload(QNetworkReply *reply);
+    void releaseReply(QNetworkReply *reply);
+    void finishRun();
+    void endRunIfStalled();
+    void handleLauncherVersionReply(QNetworkReply *reply);
+    bool runInstallerElevated(const QString &program, const QString &source, const QString &destination,
+                              const QString &ignore);
+    bool runInstallerDirectly(const QString &program, const QString &source, const QString &destination,
+                              const QString &ignore);
+    QNetworkRequest makeRequest(const QUrl &url) const;
+    QUrl fileUrl(const QString &fileName) const;
+    qint64 manifestSize(const QString &fileName) const;
+
+    QNetworkAccessManager networkManager;
+    QNetworkReply *launcherVersionReply = nullptr;
+    QJsonObject manifest;
+    QList<QString> filesToDownload;
+    int currentFileIndex = 0;
+    bool updating = false;
+    bool recheckRequired = false;
+    QMap<QNetworkReply *, ActiveDownload> activeDownloads;
+    QList<PendingDownload> pendingDownloads;
+    QMap<QString, qint64> fileBytesReceived;
+    qint64 bytesDownloaded = 0;
+    qint64 totalBytes = 0;
+    QFutureWatcher<QList<QString>> *verificationWatcher = nullptr;
+    QList<QString> verificationResults;
+
+    // Speed sampling lives across runs.
+    qint64 lastSpeedSampleTime = 0;
+    qint64 bytesSinceSpeedSample = 0;
+    QList<qint64> speedSamples;
+    QMap<QNetworkReply *, qint64> lastBytesByReply;
+
+    QString toolProgram;
+};

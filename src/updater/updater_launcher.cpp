@@ -1,0 +1,56 @@
+#include "updater/updater.h"
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QProcess>
+
+#include "config/settings.h"
+#include "updater/userprompt.h"
+
+void Updater::checkLauncherVersion()
+{
+    const Settings *settings = Settings::instance();
+    if (settings->version() == QLatin1String("dev")) {
+        emit launcherVersionCheckComplete(true);
+        return;
+    }
+
+    QNetworkReply *reply = networkManager.get(makeRequest(QUrl(settings->launcherUpdateUrl())));
+    launcherVersionReply = reply;
+    // A failure is seen in the reply itself when it finishes.
+    connect(reply, &QNetworkReply::finished, this, [this, reply] { handleLauncherVersionReply(reply); });
+}
+
+void Updater::handleLauncherVersionReply(QNetworkReply *reply)
+{
+    if (reply->error() != QNetworkReply::NoError) {
+        emit launcherVersionCheckComplete(false);
+        UserPrompt::critical(QStringLiteral("Launch Error"), QStringLiteral("Unable to connect to the patching server."));
+        QCoreApplication::exit(0);
+        return;
+    }
+
+    const QJsonObject launcherManifest = QJsonDocument::fromJson(reply->readAll()).object();
+    const QString serverVersion = launcherManifest.value(QLatin1String("version")).toString(QString());
+    const QString url = launcherManifest.value(QLatin1String("url")).toString(QString());
+
+    // Versions have no order: any difference means this launcher must go.
+    if (serverVersion.isEmpty() || serverVersion == Settings::instance()->version()) {
+        emit launcherVersionCheckComplete(true);
+        reply->deleteLater();
+        return;
+    }
+
+    if (UserPrompt::question(QStringLiteral("Launcher Update"), QStringLiteral("Install new version now?"))
+        == UserPrompt::Answer::Yes) {
+        // The updater replaces this file, so it must run on after we exit.
+        QProcess::startDetached(QCoreApplication::applicationDirPath() + QStringLiteral("/updater.exe"),
+                                {QStringLiteral("--path"), QCoreApplication::applicationFilePath(),
+                                 QStringLiteral("--url"), url},
+                                QString());
+    } else {
+        UserPrompt::critical(QStringLiteral("Launcher Update"), QStringLiteral("Update cancelled. Exiting now."));
+    }
+    emit launcherVersionCheckComplete(false);
+    QCoreApplication::exit(0);
+}

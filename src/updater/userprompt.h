@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+// The engine's few questions and alarms for the user. The engine links no
+// widgets: the window installs handlers that show message boxes, and tests
+// install handlers that answer at once.
+namespace UserPrompt
+{
+    enum class Answer
+    {
+        Yes,
+        No,
+    };
+
+    using CriticalHandler = std::function<void(const QString &title, const QString &text)>;
+    using QuestionHandler = std::function<Answer(const QString &title, const QString &text)>;
+
+    void setHandlers(CriticalHandler critical, QuestionHandler question);
+
+    // Blocks until the user has read it.
+    void critical(const QString &title, const QString &text);
+    // Yes or No; closing the question without choosing answers No.
+    Answer question(const QString &title, const QString &text);
+}

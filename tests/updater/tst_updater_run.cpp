@@ -1,0 +1,553 @@
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+#include "config/settings.h"
+#include "isolatedsettings.h"
+#include "support/testhttpserver.h"
+#include "updater/crc32.h"
+#include "updater/updater.h"
+
+// The engine against a real loopback server, from the check to the files in
+// the install directory, with the relocation tool run for real.
+class TestUpdaterRun : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void freshInstall();
+    void updatesOneChangedFile();
+    void interruptedRunIsTakenUp();
+    void checksumMismatch();
+    void networkFaults_data();
+    void networkFaults();
+    void stalledRunCanBeCancelled();
+    void largestFirstWithinTheLimit();
+    void progressAndSpeed();
+    void hostileKeysAreNeverTouched();
+    void brokenManifests_data();
+    void brokenManifests();
+    void manifestRequestFails();
+    void installFailureRequiresRecheck();
+    void gameRunning();
+
+private:
+    using Files = QMap<QString, QByteArray>;
+
+    void serve(const Files &files);
+    void serveManifest(const QJsonObject &files);
+    void check();
+    bool waitForOutcome();
+    QByteArray installed(const QString &relativePath) const;
+    QStringList fileRequests() const;
+
+    IsolatedSettings m_isolation;
+    QTemporaryDir m_scratch;
+    TestHttpServer m_server;
+    std::unique_ptr<Settings> m_settings;
+    std::unique_ptr<QTemporaryDir> m_install;
+    std::unique_ptr<QTemporaryDir> m_served;
+    std::unique_ptr<Updater> m_updater;
+    QStringList m_events;
+};
+
+namespace
+{
+    const QString ManifestPath = QStringLiteral("/game/checksums.txt.gz");
+
+    QByteArray bytes(qsizetype size, char fill)
+    {
+        QByteArray data(size, fill);
+        for (qsizetype i = 0; i < size; i += 997)
+            data[i] = static_cast<char>(i / 997);
+        return data;
+    }
+
+    QString digest(const QByteArray &data)
+    {
+        return Crc32::toDigest(Crc32::update(0, data.constData(), data.size()));
+    }
+}
+
+void TestUpdaterRun::initTestCase()
+{
+    const QJsonObject configuration {
+        {QStringLiteral("version"), QStringLiteral("dev")},
+        {QStringLiteral("applicationName"), QStringLiteral("Run Test")},
+        {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
+        {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
+        {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
+        {QStringLiteral("executableName"), QStringLiteral("rungame.bin")},
+    };
+    QFile file(m_scratch.filePath(QStringLiteral("settings.json")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(QJsonDocument(configuration).toJson());
+    file.close();
+    m_settings = std::make_unique<Settings>(file.fileName(), nullptr);
+    QVERIFY(Updater::stagingDirectory().startsWith(m_isolation.home()));
+}
+
+void TestUpdaterRun::init()
+{
+    m_install = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("install-XXXXXX")));
+    m_served = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("served-XXXXXX")));
+    m_settings->setInstallPath(m_install->filePath(QStringLiteral("Hollowmere Run")));
+    QDir(Updater::stagingDirectory()).removeRecursively();
+
+    m_server.setRootDirectory(QStringLiteral("/game"), m_served->path());
+    m_server.reset();
+
+    m_updater = std::make_unique<Updater>();
+    m_updater->setToolProgram(QStringLiteral(LAUNCHER_BINARY));
+    m_events.clear();
+    Updater *updater = m_updater.get();
+    connect(updater, &Updater::updateAvailable, this, [this](const QString &kind) { m_events << "available:" + kind; });
+    connect(updater, &Updater::noUpdateAvailable, this, [this] { m_events << QStringLiteral("none"); });
+    connect(updater, &Updater::stateChanged, this, [this](const QString &state) { m_events << "state:" + state; });
+    connect(updater, &Updater::downloadError, this, [this](const QString &error) { m_events << "error:" + error; });
+    connect(updater, &Updater::updateComplete, this, [this] { m_events << QStringLiteral("complete"); });
+}
+
+void TestUpdaterRun::cleanup()
+{
+    if (QTest::currentTestFailed())
+        qWarning() << "events:" << m_events;
+    m_updater.reset();
+}
+
+void TestUpdaterRun::serve(const Files &files)
+{
+    for (auto it = files.cbegin(); it != files.cend(); ++it) {
+        const QString path = m_served->path() + it.key();
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(it.value());
+    }
+    // Published the way a patch server publishes.
+    QProcess publisher;
+    publisher.start(QStringLiteral(LAUNCHER_PUBLISH_BINARY),
+                    {QStringLiteral("--output"), m_served->filePath(QStringLiteral("checksums.txt.gz")), m_served->path()});
+    QVERIFY(publisher.waitForFinished(30000));
+    QCOMPARE(publisher.exitCode(), 0);
+}
+
+void TestUpdaterRun::serveManifest(const QJsonObject &files)
+{
+    m_server.setContent(ManifestPath, qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), files}}).toJson()));
+}
+
+void TestUpdaterRun::check()
+{
+    // The engine collapses checks within one second of each other.
+    m_settings->setLastUpdateCheck(QString());
+    m_events.clear();
+    m_updater->checkForUpdates();
+}
+
+bool TestUpdaterRun::waitForOutcome()
+{
+    const auto decided = [this] {
+        return std::any_of(m_events.cbegin(), m_events.cend(), [](const QString &event) {
+            return event == QLatin1String("none") || event.startsWith(QLatin1String("available:"))
+                || event == QLatin1String("complete") || event.startsWith(QLatin1String("error:"));
+        });
+    };
+    return QTest::qWaitFor(decided, 20000);
+}
+
+QByteArray TestUpdaterRun::installed(const QString &relativePath) const
+{
+    QFile file(m_settings->installPath() + relativePath);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+QStringList TestUpdaterRun::fileRequests() const
+{
+    QStringList files = m_server.requests();
+    files.removeAll(ManifestPath);
+    return files;
+}
+
+void TestUpdaterRun::freshInstall()
+{
+    const Files files {{"/game.bin", bytes(300000, 'g')},
+                       {"/data/maps/first map.map", bytes(5000, 'm')},
+                       {"/data/empty.dat", QByteArray()}};
+    serve(files);
+    QVERIFY(!m_updater->isInstalled());
+
+    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
+    QSignalSpy progress(m_updater.get(), &Updater::verificationProgress);
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:install"});
+    QCOMPARE(started.count(), 1);
+    QCOMPARE(started.first().first().toInt(), 3);
+    QTRY_COMPARE(progress.count(), 3);
+    QCOMPARE(progress.last(), (QVariantList {3, 3}));
+
+    m_events.clear();
+    QSignalSpy overall(m_updater.get(), &Updater::overallProgress);
+    m_updater->startUpdate();
+    QCOMPARE(overall.first(), (QVariantList {0LL, 305000LL}));
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        QCOMPARE(installed(it.key()), it.value());
+    QVERIFY(QFile::exists(m_settings->installPath() + QStringLiteral("/.initcomplete")));
+    QVERIFY(m_updater->isInstalled());
+
+    // Up to date now, and nothing is left staged.
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"none"});
+    QCOMPARE(m_updater->installStagedFiles(), 2);
+}
+
+void TestUpdaterRun::updatesOneChangedFile()
+{
+    serve({{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}, {"/sub/c.bin", bytes(3000, 'c')}});
+    check();
+    QVERIFY(waitForOutcome());
+    m_updater->startUpdate();
+    QTRY_VERIFY(m_events.contains(QStringLiteral("complete")));
+
+    serve({{"/sub/c.bin", bytes(3500, 'C')}});
+    m_server.resetStatistics();
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:update"});
+
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:updating", "complete"}));
+    QCOMPARE(fileRequests(), QStringList {"/game/sub/c.bin"});
+    QCOMPARE(installed(QStringLiteral("/sub/c.bin")), bytes(3500, 'C'));
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
+}
+
+void TestUpdaterRun::interruptedRunIsTakenUp()
+{
+    const Files files {{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}};
+    serve(files);
+
+    // What a run broken off leaves: one good staged file, one partial one.
+    const QString staging = Updater::stagingDirectory();
+    QDir().mkpath(staging);
+    QFile good(staging + QStringLiteral("/a.bin"));
+    QVERIFY(good.open(QIODevice::WriteOnly));
+    good.write(files.value(QStringLiteral("/a.bin")));
+    good.close();
+    QFile partial(staging + QStringLiteral("/b.bin"));
+    QVERIFY(partial.open(QIODevice::WriteOnly));
+    partial.write(bytes(700, 'b'));
+    partial.close();
+
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:install"});
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(fileRequests(), QStringList {"/game/b.bin"});
+    QCOMPARE(installed(QStringLiteral("/a.bin")), files.value(QStringLiteral("/a.bin")));
+
+    // Killed between download and move: everything good is staged.
+    serve({{"/a.bin", bytes(1100, 'A')}});
+    QFile staged(staging + QStringLiteral("/a.bin"));
+    QVERIFY(staged.open(QIODevice::WriteOnly));
+    staged.write(bytes(1100, 'A'));
+    staged.close();
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"none"});
+    QCOMPARE(m_updater->installStagedFiles(), 0);
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1100, 'A'));
+    QCOMPARE(m_updater->installStagedFiles(), 2);
+}
+
+void TestUpdaterRun::checksumMismatch()
+{
+    serve({{"/a.bin", bytes(1000, 'a')}});
+    serveManifest({{QStringLiteral("/a.bin"),
+                    QJsonObject {{QStringLiteral("checksum"), digest(bytes(1000, 'x'))}, {QStringLiteral("size"), 1000}}}});
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QTRY_COMPARE(m_events.size(), 3);
+    QCOMPARE(m_events, (QStringList {"state:installing", "error:File verification failed", "state:update"}));
+    QVERIFY(!QFile::exists(m_settings->installPath() + QStringLiteral("/a.bin")));
+    QVERIFY(!m_updater->isInstalled());
+}
+
+void TestUpdaterRun::networkFaults_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("succeeds");
+
+    QTest::newRow("not found") << int(TestHttpServer::Fault::Status) << 404 << false;
+    QTest::newRow("server error") << int(TestHttpServer::Fault::Status) << 500 << false;
+    QTest::newRow("reset in the body") << int(TestHttpServer::Fault::Reset) << 0 << false;
+    QTest::newRow("short body") << int(TestHttpServer::Fault::ShortBody) << 0 << false;
+    QTest::newRow("slow trickle") << int(TestHttpServer::Fault::Trickle) << 0 << true;
+}
+
+void TestUpdaterRun::networkFaults()
+{
+    QFETCH(int, kind);
+    QFETCH(int, status);
+    QFETCH(bool, succeeds);
+
+    serve({{"/a.bin", bytes(200000, 'a')}, {"/b.bin", bytes(1000, 'b')}});
+    m_server.setFault(QStringLiteral("/game/a.bin"),
+                      {TestHttpServer::Fault::Kind(kind), status, kind == TestHttpServer::Fault::Trickle ? 20000 : 5000, 100});
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QTRY_VERIFY_WITH_TIMEOUT(m_events.size() >= 2, 20000);
+
+    if (succeeds) {
+        QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+        QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(200000, 'a'));
+        return;
+    }
+    QTRY_COMPARE(m_events.size(), 3);
+    QCOMPARE(m_events.mid(0, 2), (QStringList {"state:installing", "state:update"}));
+    QVERIFY2(m_events.at(2).startsWith(QLatin1String("error:")) && m_events.at(2).size() > 10,
+             qPrintable(m_events.at(2)));
+    QVERIFY(!m_events.at(2).contains(QLatin1String("verification")));
+    QVERIFY(!QFile::exists(m_settings->installPath() + QStringLiteral("/a.bin")));
+
+    // The queue survives for the next click.
+    m_server.clearFaults();
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+}
+
+void TestUpdaterRun::stalledRunCanBeCancelled()
+{
+    serve({{"/a.bin", bytes(100000, 'a')}});
+    m_server.setFault(QStringLiteral("/game/a.bin"), {TestHttpServer::Fault::Stall, 0, 1000, 0});
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QTRY_VERIFY(fileRequests().contains(QStringLiteral("/game/a.bin")));
+    QTest::qWait(300);
+    QCOMPARE(m_events, QStringList {"state:installing"});
+
+    m_updater->cancelAllDownloads();
+    QCOMPARE(m_events, (QStringList {"state:installing", "state:update"}));
+    // What arrived is on disk and stays staged; the next check fetches it again.
+    QCOMPARE(QFileInfo(Updater::stagingDirectory() + QStringLiteral("/a.bin")).size(), 1000);
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:install"});
+}
+
+void TestUpdaterRun::largestFirstWithinTheLimit()
+{
+    Files files;
+    const int count = maxConcurrentDownloads * 3;
+    for (int i = 0; i < count; ++i)
+        files.insert(QStringLiteral("/f%1.bin").arg(i), bytes(20000 + i * 1000, char('a' + i)));
+    files.insert(QStringLiteral("/zz_largest.bin"), bytes(400000, 'z'));
+    serve(files);
+    // Slow enough that transfers overlap.
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        m_server.setFault(QStringLiteral("/game") + it.key(), {TestHttpServer::Fault::Trickle, 0, 10000, 20});
+
+    check();
+    QVERIFY(waitForOutcome());
+    m_server.resetStatistics();
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 30000));
+
+    const QStringList requests = fileRequests();
+    QCOMPARE(requests.size(), files.size());
+    QCOMPARE(requests.first(), QStringLiteral("/game/zz_largest.bin"));
+    QCOMPARE(m_server.maxConcurrentRequests(), qMin(maxConcurrentDownloads, int(files.size())));
+}
+
+void TestUpdaterRun::progressAndSpeed()
+{
+    serve({{"/big.bin", bytes(600000, 'p')}});
+    m_server.setFault(QStringLiteral("/game/big.bin"), {TestHttpServer::Fault::Trickle, 0, 30000, 100});
+    check();
+    QVERIFY(waitForOutcome());
+
+    QSignalSpy overall(m_updater.get(), &Updater::overallProgress);
+    QSignalSpy speed(m_updater.get(), &Updater::downloadProgress);
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 30000));
+
+    QCOMPARE(overall.first(), (QVariantList {0LL, 600000LL}));
+    QVERIFY(overall.count() > 3);
+    qlonglong previous = 0;
+    for (const QVariantList &arguments : std::as_const(overall)) {
+        QVERIFY(arguments.at(0).toLongLong() >= previous);
+        QCOMPARE(arguments.at(1).toLongLong(), 600000LL);
+        previous = arguments.at(0).toLongLong();
+    }
+    QVERIFY(previous > 0);
+    // About a second of transfer gives at least one sample beyond the first.
+    QVERIFY(speed.count() >= 1);
+    QVERIFY(std::any_of(speed.cbegin(), speed.cend(), [](const QVariantList &a) { return a.first().toLongLong() > 0; }));
+}
+
+void TestUpdaterRun::hostileKeysAreNeverTouched()
+{
+    const QByteArray payload("owned");
+    const QJsonObject entry {{QStringLiteral("checksum"), digest(payload)}, {QStringLiteral("size"), 5}};
+    QJsonObject files;
+    for (const char *key : {"/../escape.txt", "/sub/../../escape2.txt", "C:/escape3.txt", "//escape4.txt", "/", "/ok.txt"})
+        files.insert(QLatin1String(key), entry);
+    serveManifest(files);
+    m_server.setContent(QStringLiteral("/game/ok.txt"), payload);
+    m_server.setContent(QStringLiteral("/escape.txt"), payload);
+
+    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(started.first().first().toInt(), 1);
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(fileRequests(), QStringList {"/game/ok.txt"});
+
+    QDirIterator it(m_scratch.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QVERIFY2(!it.fileName().startsWith(QLatin1String("escape")), qPrintable(path));
+    }
+}
+
+void TestUpdaterRun::brokenManifests_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    const QByteArray json(R"({"files": {"/a.bin": {"checksum": "00000000", "size": 0}}})");
+    QTest::newRow("not framed") << json;
+    QTest::newRow("real gzip") << QByteArray::fromHex("1f8b0800000000000003ababe5020007a1eadd03000000");
+    QTest::newRow("bad JSON") << qCompress("{\"files\": ");
+    QTest::newRow("missing files") << qCompress(R"({"binary": {"file": "/a.bin", "checksum": "00000000"}})");
+    QTest::newRow("truncated frame") << qCompress(json).left(12);
+}
+
+void TestUpdaterRun::brokenManifests()
+{
+    QFETCH(QByteArray, body);
+    m_server.setContent(ManifestPath, body);
+    QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
+    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
+    check();
+    QTRY_VERIFY(m_server.requests().contains(ManifestPath));
+    QTest::qWait(300);
+    QCOMPARE(checking.count(), 1);
+    QCOMPARE(started.count(), 0);
+    QCOMPARE(m_events, QStringList());
+
+    // Nothing queued: a click falls back to the staged-files path.
+    m_updater->startUpdate();
+    QCOMPARE(m_events, QStringList {"none"});
+}
+
+void TestUpdaterRun::manifestRequestFails()
+{
+    m_server.setFault(ManifestPath, {TestHttpServer::Fault::Status, 503, 0, 0});
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:update", "state:update", "error:Network error occurred"}));
+}
+
+void TestUpdaterRun::installFailureRequiresRecheck()
+{
+    serve({{"/a.bin", bytes(1000, 'a')}});
+    check();
+    QVERIFY(waitForOutcome());
+    // A tool that cannot run: the move fails after a good download.
+    m_updater->setToolProgram(m_scratch.filePath(QStringLiteral("no-such-tool")));
+    m_events.clear();
+    m_updater->startUpdate();
+    QTRY_COMPARE(m_events.size(), 3);
+    QCOMPARE(m_events, (QStringList {"state:installing", "error:Failed to start installation process", "state:update"}));
+
+    m_updater->setToolProgram(QStringLiteral(LAUNCHER_BINARY));
+    QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
+    m_settings->setLastUpdateCheck(QString());
+    m_events.clear();
+    m_updater->startUpdate();
+    QCOMPARE(checking.count(), 1);
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"none"});
+    QCOMPARE(m_updater->installStagedFiles(), 0);
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
+}
+
+void TestUpdaterRun::gameRunning()
+{
+    serve({{"/a.bin", bytes(1000, 'a')}});
+    const QString sleep = QStandardPaths::findExecutable(QStringLiteral("sleep"));
+    const QString game = m_settings->installPath() + QStringLiteral("/rungame.bin");
+    QDir().mkpath(m_settings->installPath());
+    QVERIFY(QFile::copy(sleep, game));
+    QVERIFY(!m_updater->isGameRunning());
+
+    {
+        // The same name started from elsewhere is not this installation's game.
+        const QString other = m_scratch.filePath(QStringLiteral("rungame.bin"));
+        QFile::copy(sleep, other);
+        QProcess process;
+        process.start(other, {QStringLiteral("30")});
+        QVERIFY(process.waitForStarted());
+        QVERIFY(!m_updater->isGameRunning());
+        process.kill();
+        process.waitForFinished();
+    }
+
+    QProcess process;
+    process.start(game, {QStringLiteral("30")});
+    QVERIFY(process.waitForStarted());
+    QVERIFY(m_updater->isGameRunning());
+    // Separators and letter case of the stored path do not matter.
+    const QString stored = m_settings->installPath();
+    m_settings->setInstallPath(stored.toUpper() == stored ? stored : stored + QStringLiteral("/./"));
+    QVERIFY(m_updater->isGameRunning());
+    m_settings->setInstallPath(stored);
+
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QCOMPARE(m_events, QStringList {"error:Update cannot be performed while the game is running. Please close the game "
+                                    "before updating."});
+
+    process.kill();
+    process.waitForFinished();
+    QVERIFY(!m_updater->isGameRunning());
+}
+
+QTEST_GUILESS_MAIN(TestUpdaterRun)
+#include "tst_updater_run.moc"
