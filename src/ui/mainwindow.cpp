@@ -31,13 +31,18 @@ namespace
 }
 
 MainWindow::MainWindow(QWidget *parent)
+    : MainWindow(Settings::configurationResource(), parent)
+{
+}
+
+MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
     : QMainWindow(parent)
     , ui(new Ui::MainWindow)
     , launchTimeLimitMs(DefaultLaunchTimeLimitMs)
 {
     // The engine was constructed with the other members and must not have
     // read any settings yet; from here on everything may.
-    new Settings(this);
+    new Settings(configurationFile, this);
 
     // The engine's own boxes have no parent: they may come while the window
     // is still hidden.

@@ -29,6 +29,8 @@ class MainWindow : public QMainWindow
 
 public:
     explicit MainWindow(QWidget *parent = nullptr);
+    // Loads another product configuration in place of the compiled-in one.
+    explicit MainWindow(const QString &configurationFile, QWidget *parent = nullptr);
     ~MainWindow() override;
 
     // Non-blocking; a message that arrives while a box is open is dropped, so
@@ -82,6 +84,7 @@ private:
     void updateDownloadSpeed(qlonglong bytesPerSecond);
     void updateOverallProgress(qlonglong bytesDownloaded, qlonglong totalBytes);
     void onNoUpdateAvailable();
+    void recheckAfterInstall();
     void resetButtonToInstallation();
 
     // Background

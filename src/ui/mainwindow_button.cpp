@@ -182,7 +182,7 @@ void MainWindow::onNoUpdateAvailable()
     case StagedFilesInstalled:
         // What was installed is verified by a fresh check, which moves the
         // button on through "checking".
-        QTimer::singleShot(StagedRecheckDelayMs, this, [this] { updater.checkForUpdates(); });
+        QTimer::singleShot(StagedRecheckDelayMs, this, &MainWindow::recheckAfterInstall);
         break;
     case StagedInstallFailed:
         resetButtonToInstallation();
@@ -191,6 +191,17 @@ void MainWindow::onNoUpdateAvailable()
         setButtonState(QStringLiteral("play"));
         break;
     }
+}
+
+void MainWindow::recheckAfterInstall()
+{
+    // The engine drops a check within a second of the last one, and the
+    // button still shows "checking" from it: a dropped re-check would leave
+    // the player there for good, so try again until one goes out.
+    const QString lastCheck = Settings::instance()->lastUpdateCheck();
+    updater.checkForUpdates();
+    if (Settings::instance()->lastUpdateCheck() == lastCheck)
+        QTimer::singleShot(StagedRecheckDelayMs, this, &MainWindow::recheckAfterInstall);
 }
 
 void MainWindow::onInstallPathChanged(const QString &)

@@ -1,0 +1,353 @@
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QMediaPlayer>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+#include "config/settings.h"
+#include "isolatedsettings.h"
+#include "support/testhttpserver.h"
+#include "support/virtualdisplay.h"
+#include "ui/circularprogresswidget.h"
+#include "ui/mainwindow.h"
+#include "updater/crc32.h"
+
+// The window driven by a real engine against the loopback server: what the
+// manage button shows in each state, and what a press on it does.
+class TestManage : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void outcomes_data();
+    void outcomes();
+    void installRun();
+    void stagedFilesAreInstalledThenRechecked();
+    void checkingAnimation();
+    void repeatedStateChangesNothing();
+    void launch_data();
+    void launch();
+    void stillPictureWithoutVideo();
+
+private:
+    void serve(const QMap<QString, QByteArray> &files);
+    QPushButton *button() const;
+    QString state() const;
+    QMessageBox *errorBox() const;
+
+    IsolatedSettings m_isolation;
+    VirtualDisplay m_display;
+    QTemporaryDir m_scratch;
+    TestHttpServer m_server;
+    QString m_configuration;
+    std::unique_ptr<QTemporaryDir> m_install;
+    std::unique_ptr<MainWindow> m_window;
+};
+
+namespace
+{
+    const QString GameTitle = QStringLiteral("Manage Test Game");
+    const QString ExecutableName = QStringLiteral("managegame.bin");
+}
+
+void TestManage::initTestCase()
+{
+    QVERIFY2(m_display.isRunning(), "Xvfb is needed for the launch tests");
+    const QJsonObject configuration {
+        {QStringLiteral("version"), QStringLiteral("dev")},
+        {QStringLiteral("applicationName"), GameTitle},
+        {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
+        {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
+        {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
+        {QStringLiteral("executableName"), ExecutableName},
+        {QStringLiteral("logoImage"), QStringLiteral("hm_logo.png")},
+    };
+    m_configuration = m_scratch.filePath(QStringLiteral("settings.json"));
+    QFile file(m_configuration);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(QJsonDocument(configuration).toJson());
+}
+
+void TestManage::init()
+{
+    m_server.reset();
+    m_install = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("install-XXXXXX")));
+    {
+        // Stored before the window exists: a change of path starts a check.
+        Settings settings(m_configuration, nullptr);
+        settings.setInstallPath(m_install->path());
+    }
+    m_window = std::make_unique<MainWindow>(m_configuration);
+    QDir(Updater::stagingDirectory()).removeRecursively();
+    m_window->engine().setToolProgram(QStringLiteral(LAUNCHER_BINARY));
+    // The first video frame would start the whole start-up flow; these tests
+    // drive the engine themselves.
+    disconnect(m_window.get(), &MainWindow::backgroundSetupComplete, m_window.get(),
+               &MainWindow::onBackgroundSetupComplete);
+}
+
+void TestManage::cleanup()
+{
+    m_window.reset();
+}
+
+void TestManage::serve(const QMap<QString, QByteArray> &files)
+{
+    QJsonObject table;
+    for (auto it = files.cbegin(); it != files.cend(); ++it) {
+        m_server.setContent(QStringLiteral("/game") + it.key(), it.value());
+        table.insert(it.key(),
+                     QJsonObject {{QStringLiteral("checksum"),
+                                   Crc32::toDigest(Crc32::update(0, it.value().constData(), it.value().size()))},
+                                  {QStringLiteral("size"), it.value().size()}});
+    }
+    m_server.setContent(QStringLiteral("/game/checksums.txt.gz"),
+                        qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), table}}).toJson()));
+}
+
+QPushButton *TestManage::button() const
+{
+    return m_window->findChild<QPushButton *>(QStringLiteral("manageButton"));
+}
+
+QString TestManage::state() const
+{
+    return button()->property("state").toString();
+}
+
+QMessageBox *TestManage::errorBox() const
+{
+    return m_window->findChild<QMessageBox *>();
+}
+
+void TestManage::outcomes_data()
+{
+    QTest::addColumn<bool>("installed");
+    QTest::addColumn<bool>("manifestFails");
+    QTest::addColumn<QString>("expectedState");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("nothing installed") << false << false << "install" << "Install" << QString();
+    QTest::newRow("up to date") << true << false << "play" << "Play" << QString();
+    QTest::newRow("patch needed") << true << true << "update" << "Update" << QString();
+    QTest::newRow("patch server down") << false << true << "install" << "Install" << "Network error occurred";
+}
+
+void TestManage::outcomes()
+{
+    QFETCH(bool, installed);
+    QFETCH(bool, manifestFails);
+    QFETCH(QString, expectedState);
+    QFETCH(QString, text);
+    QFETCH(QString, error);
+
+    const QByteArray content("game data");
+    serve({{QStringLiteral("/data.bin"), content}});
+    if (installed) {
+        QFile marker(m_install->filePath(QStringLiteral(".initcomplete")));
+        QVERIFY(marker.open(QIODevice::WriteOnly));
+        marker.close();
+        QFile data(m_install->filePath(QStringLiteral("data.bin")));
+        QVERIFY(data.open(QIODevice::WriteOnly));
+        // "patch needed": the file on disk differs from the published one.
+        data.write(manifestFails ? QByteArray("old data") : content);
+    }
+    if (manifestFails && !installed)
+        m_server.setFault(QStringLiteral("/game/checksums.txt.gz"), {TestHttpServer::Fault::Status, 500, 0, 0});
+
+    QCOMPARE(state(), QStringLiteral("install"));
+    m_window->engine().checkForUpdates();
+    QCOMPARE(state(), QStringLiteral("checking"));
+    QVERIFY(!button()->isEnabled());
+    QVERIFY(m_window->findChild<CircularProgressWidget *>()->isVisible() || !m_window->isVisible());
+
+    QTRY_COMPARE(state(), expectedState);
+    QCOMPARE(button()->text(), text);
+    QVERIFY(button()->isEnabled());
+    QVERIFY(!button()->icon().isNull());
+    QVERIFY(!m_window->findChild<CircularProgressWidget *>()->isVisibleTo(m_window.get()));
+    if (error.isEmpty()) {
+        QVERIFY(!errorBox());
+    } else {
+        QVERIFY(errorBox());
+        QCOMPARE(errorBox()->windowTitle(), QStringLiteral("Download Error"));
+        QCOMPARE(errorBox()->text(), error);
+    }
+}
+
+void TestManage::installRun()
+{
+    QByteArray big(2 * 1024 * 1024, 'b');
+    serve({{QStringLiteral("/big.bin"), big}, {QStringLiteral("/small.bin"), QByteArray("small")}});
+    m_server.setFault(QStringLiteral("/game/big.bin"), {TestHttpServer::Fault::Trickle, 0, 256 * 1024, 150});
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+
+    m_window->engine().checkForUpdates();
+    QTRY_COMPARE(state(), QStringLiteral("install"));
+    QVERIFY(button()->isEnabled());
+
+    QSignalSpy states(m_window.get(), &MainWindow::buttonStateChanged);
+    QTest::mousePress(button(), Qt::LeftButton);
+    QTRY_COMPARE(state(), QStringLiteral("installing"));
+    QCOMPARE(button()->text(), QStringLiteral("Installing"));
+    QVERIFY(!button()->isEnabled());
+    auto *circle = m_window->findChild<CircularProgressWidget *>();
+    auto *speed = m_window->findChild<QLabel *>(QStringLiteral("speedLabel"));
+    QVERIFY(circle->isVisible());
+    QVERIFY(speed->isVisible());
+    // Circle and text sit side by side, centred together in the button.
+    QVERIFY(button()->styleSheet().contains(QLatin1String("padding-left")));
+    QVERIFY(circle->x() > 0 && circle->x() < button()->width() / 2);
+    QTRY_VERIFY(circle->value() > 0);
+
+    QTRY_VERIFY_WITH_TIMEOUT(state() == QLatin1String("play"), 20000);
+    QCOMPARE(button()->text(), QStringLiteral("Play"));
+    QVERIFY(!circle->isVisible());
+    QVERIFY(!speed->isVisible());
+    QCOMPARE(states.first().first().toString(), QStringLiteral("installing"));
+    QCOMPARE(states.last().first().toString(), QStringLiteral("play"));
+    QVERIFY(QFile::exists(m_install->filePath(QStringLiteral(".initcomplete"))));
+    QCOMPARE(QFileInfo(m_install->filePath(QStringLiteral("big.bin"))).size(), big.size());
+}
+
+void TestManage::stagedFilesAreInstalledThenRechecked()
+{
+    const QByteArray content("staged before a crash");
+    serve({{QStringLiteral("/a.bin"), content}});
+    const QString staging = Updater::stagingDirectory();
+    QDir().mkpath(staging);
+    QFile staged(staging + QStringLiteral("/a.bin"));
+    QVERIFY(staged.open(QIODevice::WriteOnly));
+    staged.write(content);
+    staged.close();
+
+    QSignalSpy checking(&m_window->engine(), &Updater::checkingForUpdates);
+    m_window->engine().checkForUpdates();
+    // The staged file is accepted, installed, and a fresh check follows.
+    QTRY_COMPARE(QFile::exists(m_install->filePath(QStringLiteral("a.bin"))), true);
+    QTRY_COMPARE_WITH_TIMEOUT(checking.count(), 2, 3000);
+    QTRY_COMPARE(state(), QStringLiteral("play"));
+}
+
+void TestManage::checkingAnimation()
+{
+    serve({{QStringLiteral("/a.bin"), QByteArray("a")}});
+    m_server.setFault(QStringLiteral("/game/checksums.txt.gz"), {TestHttpServer::Fault::Stall, 0, 0, 0});
+    m_window->engine().checkForUpdates();
+    QCOMPARE(button()->text(), QStringLiteral("Checking for updates"));
+    const QString style = button()->styleSheet();
+    QVERIFY(style.startsWith(QLatin1String("font-size: 14px; text-align: left; padding-left: ")));
+    QVERIFY(!style.contains(QLatin1String("padding-bottom")));
+    QTRY_COMPARE(button()->text(), QStringLiteral("Checking for updates."));
+    QTRY_COMPARE(button()->text(), QStringLiteral("Checking for updates.."));
+    // The dots grow to the right; the fitted style stays.
+    QCOMPARE(button()->styleSheet(), style);
+}
+
+void TestManage::repeatedStateChangesNothing()
+{
+    QSignalSpy states(m_window.get(), &MainWindow::buttonStateChanged);
+    m_window->setButtonState(QStringLiteral("updating"));
+    auto *speed = m_window->findChild<QLabel *>(QStringLiteral("speedLabel"));
+    QVERIFY(speed->isVisibleTo(m_window.get()));
+    button()->setText(QStringLiteral("marker"));
+    m_window->setButtonState(QStringLiteral("updating"));
+    QCOMPARE(states.count(), 1);
+    QCOMPARE(button()->text(), QStringLiteral("marker"));
+    QVERIFY(speed->isVisibleTo(m_window.get()));
+}
+
+void TestManage::launch_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("texts");
+    QTest::addColumn<QString>("error");
+
+    // Each ends in a new check, which overwrites "Play" at once.
+    QTest::newRow("game shows its window") << QStringLiteral(FAKE_GAME_BINARY)
+                                           << QStringList {"Launching", "Playing", "Checking for updates"} << QString();
+    QTest::newRow("no window in time") << QStandardPaths::findExecutable(QStringLiteral("sleep"))
+                                       << QStringList {"Launching", "Checking for updates"}
+                                       << "Failed to launch the game. Please verify your installation.";
+    QTest::newRow("executable missing") << QString() << QStringList {"Checking for updates"}
+                                        << "Game executable not found. Please verify your installation.";
+}
+
+void TestManage::launch()
+{
+    QFETCH(QString, program);
+    QFETCH(QStringList, texts);
+    QFETCH(QString, error);
+
+    serve({});
+    if (!program.isEmpty())
+        QVERIFY(QFile::copy(program, m_install->filePath(ExecutableName)));
+    qputenv("FAKE_GAME_TITLE", GameTitle.toUtf8());
+    // The game must show its window on the X server, not off screen.
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    const auto restore = qScopeGuard([platform] { qputenv("QT_QPA_PLATFORM", platform); });
+    qputenv("FAKE_GAME_SECONDS", "3");
+    m_window->setLaunchTimeLimit(3000);
+    m_window->setButtonState(QStringLiteral("play"));
+
+    QStringList seen;
+    QTimer watcher;
+    connect(&watcher, &QTimer::timeout, this, [this, &seen] {
+        const QString text = button()->text().remove(QLatin1Char('.'));
+        if (seen.isEmpty() || seen.last() != text)
+            seen << text;
+    });
+    watcher.start(50);
+
+    // Any mouse button launches; a press while the game runs is swallowed.
+    QTest::mousePress(button(), Qt::RightButton);
+    QTest::mousePress(button(), Qt::LeftButton);
+    QTRY_VERIFY2_WITH_TIMEOUT(seen.size() >= texts.size() && seen.last() == texts.last(),
+                              qPrintable(seen.join(QLatin1Char(','))), 15000);
+    QTest::qWait(200);
+    QCOMPARE(seen, texts);
+    QCOMPARE(state(), QStringLiteral("checking"));
+    if (error.isEmpty()) {
+        QVERIFY(!errorBox());
+    } else {
+        QVERIFY(errorBox());
+        QCOMPARE(errorBox()->windowTitle(), QStringLiteral("Launch Failed"));
+        QCOMPARE(errorBox()->text(), error);
+    }
+}
+
+void TestManage::stillPictureWithoutVideo()
+{
+    // No decodable video: the start-up flow still runs, on a still picture.
+    QSignalSpy ready(m_window.get(), &MainWindow::backgroundSetupComplete);
+    QSignalSpy checking(&m_window->engine(), &Updater::checkingForUpdates);
+    connect(m_window.get(), &MainWindow::backgroundSetupComplete, m_window.get(),
+            &MainWindow::onBackgroundSetupComplete);
+    m_window->findChild<QMediaPlayer *>()->setSource(QUrl(QStringLiteral("qrc:/resources/no-such-video.mp4")));
+    m_window->findChild<QMediaPlayer *>()->play();
+    QTRY_COMPARE_WITH_TIMEOUT(ready.count(), 1, 8000);
+    // A "dev" launcher skips its own version check and goes on to the first check.
+    QTRY_COMPARE(checking.count(), 1);
+    QVERIFY(m_window->isVisible());
+    const QImage picture = m_window->grab().toImage();
+    const QColor middle = picture.pixelColor(picture.width() / 2, picture.height() / 3);
+    QVERIFY(middle.alpha() > 0);
+}
+
+QTEST_MAIN(TestManage)
+#include "tst_ui_manage.moc"
