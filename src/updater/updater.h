@@ -11,7 +11,10 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <memory>
+
 class QFile;
+struct SharedProgress;
 
 // Upper bound on file transfers in flight, taken once at process start.
 extern const int maxConcurrentDownloads;
@@ -94,6 +97,7 @@ private slots:
 private:
     void parseManifest(const QByteArray &data);
     void handleVerificationFinished();
+    void announceProgress(const std::shared_ptr<SharedProgress> &progress);
     void startFileDownload(const QUrl &url, const QString &fileName);
     void writeReceivedData(QNetworkReply *reply);
     void handleFileFinished(QNetworkReply *reply);

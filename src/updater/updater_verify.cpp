@@ -12,19 +12,24 @@
 #include "config/settings.h"
 #include "updater/manifest.h"
 
+// One verification's progress, shared by its chunks and the GUI thread.
+struct SharedProgress
+{
+    QMutex mutex;
+    int filesChecked = 0;
+    int totalFiles = 0;
+    // Counts up to here have been announced; a flush is on its way to the
+    // GUI thread while `flushPosted` is set.
+    int filesAnnounced = 0;
+    bool flushPosted = false;
+};
+
 namespace
 {
     struct VerificationTask
     {
         QString relativePath;
         QString expectedChecksum;
-    };
-
-    struct SharedProgress
-    {
-        QMutex mutex;
-        int filesChecked = 0;
-        int totalFiles = 0;
     };
 
     QString filePath(const QString &root, const QString &relativePath)
@@ -94,12 +99,17 @@ QList<QString> Updater::verifyInstallation()
             if (!good)
                 failed.append(task.relativePath);
 
-            // Posted under the lock, so the counts arrive in ascending order.
+            // Every count is announced once, in ascending order, and before
+            // the watcher's finished. Counts that pile up while a flush is on
+            // its way ride along with it: waking the GUI thread for every
+            // file would take a core's share away from the hashing.
             const QMutexLocker locker(&progress->mutex);
-            const int checked = ++progress->filesChecked;
-            const int total = progress->totalFiles;
-            QMetaObject::invokeMethod(
-                this, [this, checked, total] { emit verificationProgress(checked, total); }, Qt::QueuedConnection);
+            ++progress->filesChecked;
+            if (!progress->flushPosted) {
+                progress->flushPosted = true;
+                QMetaObject::invokeMethod(
+                    this, [this, progress] { announceProgress(progress); }, Qt::QueuedConnection);
+            }
         }
         return failed;
     };
@@ -107,6 +117,21 @@ QList<QString> Updater::verifyInstallation()
     verificationWatcher->setFuture(QtConcurrent::mapped(QThreadPool::globalInstance(), chunks,
                                                         std::function<QList<QString>(const QList<VerificationTask> &)>(verifyChunk)));
     return verificationResults;
+}
+
+void Updater::announceProgress(const std::shared_ptr<SharedProgress> &progress)
+{
+    int from = 0;
+    int to = 0;
+    {
+        const QMutexLocker locker(&progress->mutex);
+        from = progress->filesAnnounced;
+        to = progress->filesChecked;
+        progress->filesAnnounced = to;
+        progress->flushPosted = false;
+    }
+    for (int checked = from + 1; checked <= to; ++checked)
+        emit verificationProgress(checked, progress->totalFiles);
 }
 
 void Updater::handleVerificationFinished()

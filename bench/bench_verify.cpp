@@ -1,0 +1,118 @@
+// Verification throughput: the engine from checkForUpdates to its outcome,
+// against a plain read of the same files with as many threads, warm cache.
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDirIterator>
+#include <QSignalSpy>
+#include <QThread>
+#include <QThreadPool>
+#include <QTimer>
+#include <QtConcurrent/QtConcurrentMap>
+
+#include "benchsetup.h"
+#include "config/settings.h"
+#include "isolatedsettings.h"
+#include "support/testhttpserver.h"
+#include "updater/updater.h"
+
+namespace
+{
+    qint64 plainRead(const QStringList &files)
+    {
+        std::atomic<qint64> total {0};
+        QtConcurrent::blockingMap(files, [&total](const QString &path) {
+            QFile file(path);
+            if (!file.open(QIODevice::ReadOnly))
+                return;
+            QByteArray buffer(256 * 1024, Qt::Uninitialized);
+            qint64 read = 0;
+            while ((read = file.read(buffer.data(), buffer.size())) > 0)
+                total += read;
+        });
+        return total;
+    }
+
+    double megabytesPerSecond(qint64 bytes, qint64 ms)
+    {
+        return ms > 0 ? bytes / 1e6 / (ms / 1000.0) : 0.0;
+    }
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption sizeOption(QStringLiteral("size-mib"), QStringLiteral("Install size in MiB."),
+                                        QStringLiteral("n"), QStringLiteral("2048"));
+    const QCommandLineOption filesOption(QStringLiteral("files"), QStringLiteral("Number of files."), QStringLiteral("n"),
+                                         QStringLiteral("5000"));
+    parser.addOptions({sizeOption, filesOption});
+    parser.process(app);
+
+    IsolatedSettings isolation;
+    QTemporaryDir root;
+    TestHttpServer server;
+    const QString install = root.filePath(QStringLiteral("install"));
+    const qint64 bytes = parser.value(sizeOption).toLongLong() * 1024 * 1024;
+    const int fileCount = parser.value(filesOption).toInt();
+
+    QTextStream out(stdout);
+    out << "Writing " << fileCount << " files, " << bytes / (1024 * 1024) << " MiB ...\n" << Qt::flush;
+    const QJsonObject table = BenchSetup::makeGame(install, bytes, fileCount);
+    server.setContent(QStringLiteral("/game/checksums.txt.gz"), BenchSetup::manifest(table));
+
+    QStringList paths;
+    for (auto it = table.constBegin(); it != table.constEnd(); ++it)
+        paths << install + it.key();
+
+    // Warm the page cache, then the baseline.
+    plainRead(paths);
+    QElapsedTimer timer;
+    timer.start();
+    const qint64 readBytes = plainRead(paths);
+    const qint64 plainMs = timer.elapsed();
+
+    timer.restart();
+    QtConcurrent::blockingMap(paths, [](const QString &path) { Crc32::fileDigest(path); });
+    const qint64 digestMs = timer.elapsed();
+
+    Settings settings(BenchSetup::writeConfiguration(root.path(), server.baseUrl()), nullptr);
+    settings.setInstallPath(install);
+    Updater updater;
+    QSignalSpy done(&updater, &Updater::noUpdateAvailable);
+    QSignalSpy failed(&updater, &Updater::updateAvailable);
+    qint64 startedAtMs = 0;
+    QObject::connect(&updater, &Updater::verificationStarted, [&] { startedAtMs = timer.elapsed(); });
+
+    // How long the event loop goes unserved while workers hash.
+    qint64 worstGapMs = 0;
+    QElapsedTimer gap;
+    QTimer ticker;
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        worstGapMs = qMax(worstGapMs, gap.restart());
+    });
+
+    timer.restart();
+    gap.start();
+    ticker.start(5);
+    updater.checkForUpdates();
+    while (done.isEmpty() && failed.isEmpty())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    const qint64 engineMs = timer.elapsed();
+    ticker.stop();
+
+    const double plain = megabytesPerSecond(readBytes, plainMs);
+    const double engine = megabytesPerSecond(readBytes, engineMs);
+    out << "threads:            " << QThread::idealThreadCount() << '\n';
+    out << "plain read:         " << qRound(plain) << " MB/s (" << plainMs << " ms)\n";
+    out << "digests alone:      " << qRound(megabytesPerSecond(readBytes, digestMs)) << " MB/s (" << digestMs
+        << " ms)\n";
+    out << "engine verify:      " << qRound(engine) << " MB/s (" << engineMs << " ms, incl. manifest fetch)\n";
+    out << "  of which manifest: " << startedAtMs << " ms (fetch, parse, plan)\n";
+    out << "ratio:              " << QString::number(engine / plain, 'f', 2) << '\n';
+    out << "outcome:            " << (failed.isEmpty() ? "all files good" : "FILES FAILED") << '\n';
+    out << "worst event-loop gap: " << worstGapMs << " ms\n";
+    out << "peak RSS:           " << BenchSetup::peakResidentKiB() / 1024 << " MiB\n";
+    return failed.isEmpty() ? 0 : 1;
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+
+#include "updater/crc32.h"
+
+// Shared by the benchmarks: a synthetic game and a product configuration
+// that points the engine at a loopback server.
+namespace BenchSetup
+{
+    // `files` files adding up to `totalBytes`, some large and many small, as
+    // real games are; returns the manifest's "files" table.
+    inline QJsonObject makeGame(const QString &root, qint64 totalBytes, int files)
+    {
+        QByteArray block(1 << 20, Qt::Uninitialized);
+        QRandomGenerator generator(42);
+        for (qsizetype i = 0; i < block.size(); i += 4)
+            *reinterpret_cast<quint32 *>(block.data() + i) = generator.generate();
+
+        QJsonObject table;
+        // Half of the bytes in 1% of the files, the rest spread evenly.
+        const int large = qMax(1, files / 100);
+        const qint64 largeSize = totalBytes / 2 / large;
+        const qint64 smallSize = (totalBytes - largeSize * large) / qMax(1, files - large);
+        for (int i = 0; i < files; ++i) {
+            const qint64 size = i < large ? largeSize : smallSize;
+            const QString key = QStringLiteral("/data/%1/file%2.bin").arg(i % 50).arg(i);
+            const QString path = root + key;
+            QDir().mkpath(QFileInfo(path).path());
+            QFile file(path);
+            if (!file.open(QIODevice::WriteOnly))
+                qFatal("cannot write %s", qPrintable(path));
+            quint32 crc = 0;
+            for (qint64 written = 0; written < size;) {
+                const qint64 piece = qMin<qint64>(size - written, block.size());
+                block[0] = static_cast<char>(i); // every file differs
+                file.write(block.constData(), piece);
+                crc = Crc32::update(crc, block.constData(), piece);
+                written += piece;
+            }
+            table.insert(key, QJsonObject {{QStringLiteral("checksum"), Crc32::toDigest(crc)},
+                                           {QStringLiteral("size"), size}});
+        }
+        return table;
+    }
+
+    inline QString writeConfiguration(const QString &directory, const QUrl &server)
+    {
+        const QJsonObject configuration {
+            {QStringLiteral("version"), QStringLiteral("dev")},
+            {QStringLiteral("applicationName"), QStringLiteral("Bench")},
+            {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
+            {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
+            {QStringLiteral("updateUrl"), QString(server.toString() + QStringLiteral("/game"))},
+            {QStringLiteral("executableName"), QStringLiteral("bench.bin")},
+        };
+        const QString path = directory + QStringLiteral("/settings.json");
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(QJsonDocument(configuration).toJson());
+        return path;
+    }
+
+    inline QByteArray manifest(const QJsonObject &table)
+    {
+        return qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), table}}).toJson(QJsonDocument::Compact));
+    }
+
+    inline qint64 peakResidentKiB()
+    {
+        QFile status(QStringLiteral("/proc/self/status"));
+        if (!status.open(QIODevice::ReadOnly))
+            return -1;
+        for (const QByteArray &line : status.readAll().split('\n')) {
+            if (line.startsWith("VmHWM:"))
+                return line.mid(6).trimmed().split(' ').first().toLongLong();
+        }
+        return -1;
+    }
+}
