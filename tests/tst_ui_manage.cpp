@@ -278,7 +278,7 @@ void TestManage::launch_data()
     QTest::addColumn<QString>("error");
 
     // Each ends in a new check, which overwrites "Play" at once.
-    QTest::newRow("game shows its window") << QStringLiteral(FAKE_GAME_BINARY)
+    QTest::newRow("game shows its window") << QStringLiteral(SAMPLE_GAME_BINARY)
                                            << QStringList {"Launching", "Playing", "Checking for updates"} << QString();
     QTest::newRow("no window in time") << QStandardPaths::findExecutable(QStringLiteral("sleep"))
                                        << QStringList {"Launching", "Checking for updates"}
@@ -294,14 +294,17 @@ void TestManage::launch()
     QFETCH(QString, error);
 
     serve({});
-    if (!program.isEmpty())
+    if (!program.isEmpty()) {
+        // As a download leaves it: a plain data file.
         QVERIFY(QFile::copy(program, m_install->filePath(ExecutableName)));
-    qputenv("FAKE_GAME_TITLE", GameTitle.toUtf8());
+        QFile::setPermissions(m_install->filePath(ExecutableName), QFile::ReadOwner | QFile::WriteOwner);
+    }
+    qputenv("SAMPLE_GAME_TITLE", GameTitle.toUtf8());
     // The game must show its window on the X server, not off screen.
     const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
     qputenv("QT_QPA_PLATFORM", "xcb");
     const auto restore = qScopeGuard([platform] { qputenv("QT_QPA_PLATFORM", platform); });
-    qputenv("FAKE_GAME_SECONDS", "3");
+    qputenv("SAMPLE_GAME_SECONDS", "3");
     m_window->setLaunchTimeLimit(3000);
     m_window->setButtonState(QStringLiteral("play"));
 

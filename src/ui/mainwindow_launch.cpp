@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include "config/settings.h"
+#include "platform/executable.h"
 #include "platform/windowlookup.h"
 
 namespace
@@ -49,6 +50,8 @@ bool MainWindow::launchGame()
         finishLaunch(false);
         return false;
     }
+
+    Platform::makeExecutable(path);
 
     // Detached, so the game outlives the launcher. The process object only
     // carries the start; it reports nothing afterwards and goes right away.

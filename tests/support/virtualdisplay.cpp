@@ -13,7 +13,7 @@ VirtualDisplay::VirtualDisplay()
             continue;
         m_name = QStringLiteral(":%1").arg(number);
         m_server.start(QStringLiteral("Xvfb"), {m_name, QStringLiteral("-screen"), QStringLiteral("0"),
-                                                QStringLiteral("1600x1000x24"), QStringLiteral("-nolisten"),
+                                                QStringLiteral("1600x1000x24"), QStringLiteral("-noreset"), QStringLiteral("-nolisten"),
                                                 QStringLiteral("tcp")});
         if (!m_server.waitForStarted())
             return;

@@ -1,0 +1,6 @@
+#include "platform/executable.h"
+
+void Platform::makeExecutable(const QString &)
+{
+    // Any .exe runs as it is.
+}
