@@ -1,6 +1,5 @@
 // Download throughput of a whole run over loopback, through the engine:
 // from startUpdate to updateComplete, the move into place included.
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTextStream>
@@ -14,21 +13,14 @@
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    const QCommandLineOption sizeOption(QStringLiteral("size-mib"), QStringLiteral("Total size in MiB."),
-                                        QStringLiteral("n"), QStringLiteral("256"));
-    const QCommandLineOption filesOption(QStringLiteral("files"), QStringLiteral("Number of files."), QStringLiteral("n"),
-                                         QStringLiteral("200"));
-    parser.addOptions({sizeOption, filesOption});
-    parser.process(app);
+    const BenchSetup::Size size = BenchSetup::parseSize(app, "256", "200");
 
     IsolatedSettings isolation;
     QTemporaryDir root;
     TestHttpServer server;
     const QString served = root.filePath(QStringLiteral("served"));
-    const qint64 bytes = parser.value(sizeOption).toLongLong() * 1024 * 1024;
-    const QJsonObject table = BenchSetup::makeGame(served, bytes, parser.value(filesOption).toInt());
+    const qint64 bytes = size.bytes;
+    const QJsonObject table = BenchSetup::makeGame(served, bytes, size.files);
     server.setRootDirectory(QStringLiteral("/game"), served);
     server.setContent(QStringLiteral("/game/checksums.txt.gz"), BenchSetup::manifest(table));
 

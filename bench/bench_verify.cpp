@@ -1,6 +1,5 @@
 // Verification throughput: the engine from checkForUpdates to its outcome,
 // against a plain read of the same files with as many threads, warm cache.
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDirIterator>
 #include <QSignalSpy>
@@ -41,21 +40,14 @@ namespace
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    const QCommandLineOption sizeOption(QStringLiteral("size-mib"), QStringLiteral("Install size in MiB."),
-                                        QStringLiteral("n"), QStringLiteral("2048"));
-    const QCommandLineOption filesOption(QStringLiteral("files"), QStringLiteral("Number of files."), QStringLiteral("n"),
-                                         QStringLiteral("5000"));
-    parser.addOptions({sizeOption, filesOption});
-    parser.process(app);
+    const BenchSetup::Size size = BenchSetup::parseSize(app, "2048", "5000");
 
     IsolatedSettings isolation;
     QTemporaryDir root;
     TestHttpServer server;
     const QString install = root.filePath(QStringLiteral("install"));
-    const qint64 bytes = parser.value(sizeOption).toLongLong() * 1024 * 1024;
-    const int fileCount = parser.value(filesOption).toInt();
+    const qint64 bytes = size.bytes;
+    const int fileCount = size.files;
 
     QTextStream out(stdout);
     out << "Writing " << fileCount << " files, " << bytes / (1024 * 1024) << " MiB ...\n" << Qt::flush;
@@ -89,9 +81,7 @@ int main(int argc, char *argv[])
     qint64 worstGapMs = 0;
     QElapsedTimer gap;
     QTimer ticker;
-    QObject::connect(&ticker, &QTimer::timeout, [&] {
-        worstGapMs = qMax(worstGapMs, gap.restart());
-    });
+    QObject::connect(&ticker, &QTimer::timeout, [&] { worstGapMs = qMax(worstGapMs, gap.restart()); });
 
     timer.restart();
     gap.start();

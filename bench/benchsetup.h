@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -44,10 +46,30 @@ namespace BenchSetup
                 crc = Crc32::update(crc, block.constData(), piece);
                 written += piece;
             }
-            table.insert(key, QJsonObject {{QStringLiteral("checksum"), Crc32::toDigest(crc)},
-                                           {QStringLiteral("size"), size}});
+            table.insert(
+                key, QJsonObject {{QStringLiteral("checksum"), Crc32::toDigest(crc)}, {QStringLiteral("size"), size}});
         }
         return table;
+    }
+
+    struct Size
+    {
+        qint64 bytes = 0;
+        int files = 0;
+    };
+
+    // The size of the synthetic game, from --size-mib and --files.
+    inline Size parseSize(const QCoreApplication &app, const char *defaultMiB, const char *defaultFiles)
+    {
+        QCommandLineParser parser;
+        parser.addHelpOption();
+        const QCommandLineOption sizeOption(QStringLiteral("size-mib"), QStringLiteral("Total size in MiB."),
+                                            QStringLiteral("n"), QLatin1String(defaultMiB));
+        const QCommandLineOption filesOption(QStringLiteral("files"), QStringLiteral("Number of files."),
+                                             QStringLiteral("n"), QLatin1String(defaultFiles));
+        parser.addOptions({sizeOption, filesOption});
+        parser.process(app);
+        return {parser.value(sizeOption).toLongLong() * 1024 * 1024, parser.value(filesOption).toInt()};
     }
 
     inline QString writeConfiguration(const QString &directory, const QUrl &server)

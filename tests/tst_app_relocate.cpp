@@ -50,8 +50,7 @@ namespace
     QStringList readTree(const QString &root)
     {
         QStringList entries;
-        QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                        QDirIterator::Subdirectories);
+        QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString path = it.next();
             const QString relative = QDir(root).relativeFilePath(path);
@@ -95,12 +94,12 @@ void TestRelocate::move_data()
                             QStringLiteral("data/empty/"), QStringLiteral(".initcomplete=")};
     const QStringList emptiedGame {QStringLiteral("data/"), QStringLiteral("data/empty/"),
                                    QStringLiteral("data/maps/")};
-    const QStringList movedGame {QStringLiteral(".initcomplete="), QStringLiteral("data/"),
-                                 QStringLiteral("data/empty/"), QStringLiteral("data/maps/"),
+    const QStringList movedGame {QStringLiteral(".initcomplete="),    QStringLiteral("data/"),
+                                 QStringLiteral("data/empty/"),       QStringLiteral("data/maps/"),
                                  QStringLiteral("data/maps/a.map=A"), QStringLiteral("game.exe=binary")};
 
-    QTest::newRow("into a missing target, with its parents") << game << QStringList() << false << QString() << 0
-                                                             << emptiedGame << movedGame;
+    QTest::newRow("into a missing target, with its parents")
+        << game << QStringList() << false << QString() << 0 << emptiedGame << movedGame;
     QTest::newRow("into an existing target, replacing files")
         << game << QStringList {QStringLiteral("game.exe=old"), QStringLiteral("saved.cfg=mine")} << true << QString()
         << 0 << emptiedGame << (QStringList(movedGame) << QStringLiteral("saved.cfg=mine"));
@@ -116,7 +115,8 @@ void TestRelocate::move_data()
         << QStringList {QStringLiteral("sub/"), QStringLiteral("sub/file=1")};
     QTest::newRow("backslashes in ignore never match")
         << QStringList {QStringLiteral("sub/skip.txt=x")} << QStringList() << true << QStringLiteral("sub\\skip.txt")
-        << 0 << QStringList {QStringLiteral("sub/")} << QStringList {QStringLiteral("sub/"), QStringLiteral("sub/skip.txt=x")};
+        << 0 << QStringList {QStringLiteral("sub/")}
+        << QStringList {QStringLiteral("sub/"), QStringLiteral("sub/skip.txt=x")};
     QTest::newRow("quotes in ignore stay part of the entry")
         << QStringList {QStringLiteral("a.txt=x")} << QStringList() << true << QStringLiteral("\"a.txt\"") << 0
         << QStringList() << QStringList {QStringLiteral("a.txt=x")};
@@ -156,11 +156,13 @@ void TestRelocate::remove_data()
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QStringList>("sourceAfter");
 
-    const QStringList game {QStringLiteral("game.exe=x"), QStringLiteral("a/b/c/deep.txt=y"), QStringLiteral("a/empty/"),
-                            QStringLiteral(".initcomplete="), QStringLiteral("a/.hidden=z")};
-    QTest::newRow("deletes the whole tree, dot-files too") << game << true << QString() << QString() << 0 << QStringList();
-    QTest::newRow("a destination of quotes only deletes") << game << true << QStringLiteral("\"\"") << QString() << 0
-                                                          << QStringList();
+    const QStringList game {QStringLiteral("game.exe=x"), QStringLiteral("a/b/c/deep.txt=y"),
+                            QStringLiteral("a/empty/"), QStringLiteral(".initcomplete="),
+                            QStringLiteral("a/.hidden=z")};
+    QTest::newRow("deletes the whole tree, dot-files too")
+        << game << true << QString() << QString() << 0 << QStringList();
+    QTest::newRow("a destination of quotes only deletes")
+        << game << true << QStringLiteral("\"\"") << QString() << 0 << QStringList();
     QTest::newRow("an ignored file stays and fails the run")
         << game << true << QString() << QStringLiteral("a/b/c/deep.txt") << 1
         << QStringList {QStringLiteral("a/"), QStringLiteral("a/b/"), QStringLiteral("a/b/c/"),
@@ -203,12 +205,14 @@ void TestRelocate::commandLine_data()
     QTest::newRow("quoted paths") << QStringList {QStringLiteral("--source"), QStringLiteral("\"%1\""),
                                                   QStringLiteral("--dest"), QStringLiteral("\"%2\"")}
                                   << 0 << QString() << true;
-    QTest::newRow("help") << QStringList {QStringLiteral("--help")} << 0 << QStringLiteral("Hollowmere Launcher") << false;
+    QTest::newRow("help") << QStringList {QStringLiteral("--help")} << 0 << QStringLiteral("Hollowmere Launcher")
+                          << false;
     QTest::newRow("help lists the options") << QStringList {QStringLiteral("--help")} << 0
                                             << QStringLiteral("Source directory containing files to move") << false;
     QTest::newRow("version") << QStringList {QStringLiteral("--version")} << 0 << QStringLiteral("launcher") << false;
     QTest::newRow("unknown option") << QStringList {QStringLiteral("--frobnicate"), QStringLiteral("--source"),
-                                                    QStringLiteral("%1"), QStringLiteral("--dest"), QStringLiteral("%2")}
+                                                    QStringLiteral("%1"), QStringLiteral("--dest"),
+                                                    QStringLiteral("%2")}
                                     << 1 << QStringLiteral("Unknown option 'frobnicate'") << false;
     QTest::newRow("missing value") << QStringList {QStringLiteral("--source"), QStringLiteral("%1"),
                                                    QStringLiteral("--dest")}

@@ -73,31 +73,78 @@ void TestSettings::configurations_data()
     QTest::addColumn<bool>("hasNews");
     QTest::addColumn<int>("categories");
 
-    QTest::newRow("hollowmere") << "hollowmere" << "0.0.2" << "Hollowmere" << "/hollowmere" << "hollowmere_dx_BE.exe"
-                                << "hm_logo.png" << "Hollowmere/hollowmere" << "launcher.exe"
+    QTest::newRow("hollowmere") << "hollowmere"
+                                << "0.0.2"
+                                << "Hollowmere"
+                                << "/hollowmere"
+                                << "hollowmere_dx_BE.exe"
+                                << "hm_logo.png"
+                                << "Hollowmere/hollowmere"
+                                << "launcher.exe"
                                 << "/hm_launcher_manifest.json" << true << 9;
-    QTest::newRow("hollowmere_ptr") << "hollowmere_ptr" << "0.0.1" << "Hollowmere PTR" << "/hollowmere_ptr"
-                                    << "hollowmere_dx.exe" << "hm_logo.png" << "Hollowmere/hollowmere_ptr"
-                                    << "launcher.exe" << "/hm_ptr_launcher_manifest.json" << true << 9;
-    QTest::newRow("hollowmere_test") << "hollowmere_test" << "0.0.2" << "Hollowmere Test Server" << "/hollowmere_test"
-                                     << "hollowmere_dx.exe" << "hm_logo.png" << "Hollowmere/hollowmere_test"
-                                     << "launcher.exe" << "/hm_test_launcher_manifest.json" << true << 9;
-    QTest::newRow("hollowmere_tournament") << "hollowmere_tournament" << "0.0.1" << "Hollowmere Tournament"
-                                           << "/hollowmere_tournament" << "hollowmere_dx.exe" << "hm_logo.png"
-                                           << "hollowmere_tournament" << "bwd-launcher.exe"
+    QTest::newRow("hollowmere_ptr") << "hollowmere_ptr"
+                                    << "0.0.1"
+                                    << "Hollowmere PTR"
+                                    << "/hollowmere_ptr"
+                                    << "hollowmere_dx.exe"
+                                    << "hm_logo.png"
+                                    << "Hollowmere/hollowmere_ptr"
+                                    << "launcher.exe"
+                                    << "/hm_ptr_launcher_manifest.json" << true << 9;
+    QTest::newRow("hollowmere_test") << "hollowmere_test"
+                                     << "0.0.2"
+                                     << "Hollowmere Test Server"
+                                     << "/hollowmere_test"
+                                     << "hollowmere_dx.exe"
+                                     << "hm_logo.png"
+                                     << "Hollowmere/hollowmere_test"
+                                     << "launcher.exe"
+                                     << "/hm_test_launcher_manifest.json" << true << 9;
+    QTest::newRow("hollowmere_tournament") << "hollowmere_tournament"
+                                           << "0.0.1"
+                                           << "Hollowmere Tournament"
+                                           << "/hollowmere_tournament"
+                                           << "hollowmere_dx.exe"
+                                           << "hm_logo.png"
+                                           << "hollowmere_tournament"
+                                           << "bwd-launcher.exe"
                                            << "/hollowmere_tournament.json" << false << 10;
-    QTest::newRow("ashfallow") << "ashfallow" << "0.0.1" << "Ashfallow" << "/ashfallow" << "ashfallow_dx_BE.exe"
-                               << "af_logo.png" << "Ashfallow/ashfallow" << "bwd-launcher.exe"
+    QTest::newRow("ashfallow") << "ashfallow"
+                               << "0.0.1"
+                               << "Ashfallow"
+                               << "/ashfallow"
+                               << "ashfallow_dx_BE.exe"
+                               << "af_logo.png"
+                               << "Ashfallow/ashfallow"
+                               << "bwd-launcher.exe"
                                << "/af_launcher_manifest.json" << true << 8;
-    QTest::newRow("ashfallow_ptr") << "ashfallow_ptr" << "0.0.1" << "Ashfallow PTR" << "/ashfallow_ptr"
-                                   << "ashfallow_dx_BE.exe" << "af_logo.png" << "Ashfallow/ashfallow_ptr"
-                                   << "bwd-launcher.exe" << "/af_launcher_ptr_manifest.json" << true << 8;
-    QTest::newRow("ashfallow_test") << "ashfallow_test" << "0.0.9" << "Ashfallow Test Server" << "/ashfallow_test_new"
-                                    << "ashfallow_dx.exe" << "af_logo.png" << "Ashfallow/ashfallow_test"
-                                    << "bwd-launcher.exe" << "/af_launcher_test_manifest.json" << true << 8;
-    QTest::newRow("dev") << "dev" << "dev" << "Hollowmere" << "/hm_launcher_test" << "hollowmere_dx.exe"
-                         << "hm_logo.png" << "Hollowmere/hollowmere" << "launcher.exe" << "/hm_launcher_manifest.json"
-                         << true << 10;
+    QTest::newRow("ashfallow_ptr") << "ashfallow_ptr"
+                                   << "0.0.1"
+                                   << "Ashfallow PTR"
+                                   << "/ashfallow_ptr"
+                                   << "ashfallow_dx_BE.exe"
+                                   << "af_logo.png"
+                                   << "Ashfallow/ashfallow_ptr"
+                                   << "bwd-launcher.exe"
+                                   << "/af_launcher_ptr_manifest.json" << true << 8;
+    QTest::newRow("ashfallow_test") << "ashfallow_test"
+                                    << "0.0.9"
+                                    << "Ashfallow Test Server"
+                                    << "/ashfallow_test_new"
+                                    << "ashfallow_dx.exe"
+                                    << "af_logo.png"
+                                    << "Ashfallow/ashfallow_test"
+                                    << "bwd-launcher.exe"
+                                    << "/af_launcher_test_manifest.json" << true << 8;
+    QTest::newRow("dev") << "dev"
+                         << "dev"
+                         << "Hollowmere"
+                         << "/hm_launcher_test"
+                         << "hollowmere_dx.exe"
+                         << "hm_logo.png"
+                         << "Hollowmere/hollowmere"
+                         << "launcher.exe"
+                         << "/hm_launcher_manifest.json" << true << 10;
 }
 
 void TestSettings::configurations()
@@ -140,7 +187,8 @@ void TestSettings::configurations()
     const QJsonObject paths = settings.config().value(QLatin1String("defaultPaths")).toObject();
     QCOMPARE(paths.value(QLatin1String("windows")).toString(),
              QStringLiteral("%ProgramFiles(x86)%/{companyName}/{applicationName}"));
-    QCOMPARE(paths.value(QLatin1String("other")).toString(), QStringLiteral("{appData}/{companyName}/{applicationName}"));
+    QCOMPARE(paths.value(QLatin1String("other")).toString(),
+             QStringLiteral("{appData}/{companyName}/{applicationName}"));
     QCOMPARE(settings.config().value(QLatin1String("autoUpdate")).toBool(), true);
 
     // Every row is a link with an icon we ship, or the one empty separator.
@@ -172,9 +220,10 @@ void TestSettings::brokenConfigurations_data()
     QTest::addColumn<QString>("version");
 
     QTest::newRow("missing") << QStringLiteral("missing.json") << QByteArray() << QString() << QString();
-    QTest::newRow("not JSON") << QStringLiteral("broken.json") << QByteArray("{\"version\": \"1\",") << QString() << QString();
-    QTest::newRow("array at the root") << QStringLiteral("array.json") << QByteArray("[{\"version\": \"1\"}]") << QString()
-                                       << QString();
+    QTest::newRow("not JSON") << QStringLiteral("broken.json") << QByteArray("{\"version\": \"1\",") << QString()
+                              << QString();
+    QTest::newRow("array at the root") << QStringLiteral("array.json") << QByteArray("[{\"version\": \"1\"}]")
+                                       << QString() << QString();
     QTest::newRow("wrong types") << QStringLiteral("types.json")
                                  << QByteArray("{\"version\": 2, \"applicationName\": \"Only\", \"categories\": {}}")
                                  << QStringLiteral("Only") << QString();
@@ -212,19 +261,25 @@ void TestSettings::expandPath_data()
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("plain path, normalised") << "@tmp@//a/./b/../c/" << "@tmp@/a/c";
-    QTest::newRow("unset variable stays") << "@tmp@/%LAUNCHER_TEST_UNSET%/y" << "@tmp@/%LAUNCHER_TEST_UNSET%/y";
-    QTest::newRow("one variable") << "%LAUNCHER_TEST_ROOT%/game" << "@tmp@/root/game";
-    QTest::newRow("two variables") << "%LAUNCHER_TEST_ROOT%/%LAUNCHER_TEST_NAME%" << "@tmp@/root/a-rather-long-name";
+    QTest::newRow("plain path, normalised") << "@tmp@//a/./b/../c/"
+                                            << "@tmp@/a/c";
+    QTest::newRow("unset variable stays") << "@tmp@/%LAUNCHER_TEST_UNSET%/y"
+                                          << "@tmp@/%LAUNCHER_TEST_UNSET%/y";
+    QTest::newRow("one variable") << "%LAUNCHER_TEST_ROOT%/game"
+                                  << "@tmp@/root/game";
+    QTest::newRow("two variables") << "%LAUNCHER_TEST_ROOT%/%LAUNCHER_TEST_NAME%"
+                                   << "@tmp@/root/a-rather-long-name";
     QTest::newRow("unset before a set variable") << "%LAUNCHER_TEST_UNSET%%LAUNCHER_TEST_ROOT%"
                                                  << "%LAUNCHER_TEST_UNSET%@tmp@/root";
-    QTest::newRow("variable naming a variable") << "%LAUNCHER_TEST_NESTED%/x" << "@tmp@/root/nested/x";
+    QTest::newRow("variable naming a variable") << "%LAUNCHER_TEST_NESTED%/x"
+                                                << "@tmp@/root/nested/x";
     QTest::newRow("variable naming itself ends") << "%LAUNCHER_TEST_SELF%" << QString();
     QTest::newRow("placeholders") << "{appData}/{companyName}/{applicationName}"
                                   << "@appData@/Brindlewood Works/Hollowmere PTR";
     QTest::newRow("placeholders are case-sensitive") << "@tmp@/{CompanyName}/{applicationname}"
                                                      << "@tmp@/{CompanyName}/{applicationname}";
-    QTest::newRow("placeholder inside a variable") << "%LAUNCHER_TEST_PLACEHOLDER%/x" << "@appData@/x";
+    QTest::newRow("placeholder inside a variable") << "%LAUNCHER_TEST_PLACEHOLDER%/x"
+                                                   << "@appData@/x";
 }
 
 void TestSettings::expandPath()

@@ -54,8 +54,8 @@ void TestButtonLayout::textFit_data()
     QTest::newRow("odd remainder truncates") << true << 61 << 16 << 139
                                              << "font-size: 14px; text-align: left; padding-left: 189px; "
                                                 "padding-bottom: 22px;";
-    QTest::newRow("text wider than the button") << false << 401 << 17 << -30
-                                                << "font-size: 14px; text-align: left; padding-left: 20px;";
+    QTest::newRow("text wider than the button")
+        << false << 401 << 17 << -30 << "font-size: 14px; text-align: left; padding-left: 20px;";
 }
 
 void TestButtonLayout::textFit()

@@ -91,7 +91,9 @@ void TestCircularProgress::repaintsOnlyOnChange()
     struct PaintCounter : QObject
     {
         int *count;
-        explicit PaintCounter(int *c) : count(c) {}
+        explicit PaintCounter(int *c)
+            : count(c)
+        { }
         bool eventFilter(QObject *, QEvent *event) override
         {
             if (event->type() == QEvent::Paint)

@@ -55,31 +55,52 @@ void TestMainWindow::widgetTree_data()
 
     const QSize noMinimum(0, 0);
     const QSize noMaximum(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
-    QTest::newRow("centralwidget") << "centralwidget" << "QWidget" << "MainWindow" << QRect() << noMinimum << noMaximum;
-    QTest::newRow("bottomBlurPanel") << "bottomBlurPanel" << "QWidget" << "centralwidget" << QRect(0, 678, 1360, 90)
-                                     << noMinimum << noMaximum;
-    QTest::newRow("bottomPanel") << "bottomPanel" << "QWidget" << "centralwidget" << QRect(0, 678, 1360, 90)
-                                 << QSize(0, 90) << QSize(QWIDGETSIZE_MAX, 90);
-    QTest::newRow("companyButton") << "companyButton" << "QPushButton" << "bottomPanel" << QRect(1270, 15, 60, 60)
-                                   << noMinimum << noMaximum;
-    QTest::newRow("manageButton") << "manageButton" << "QPushButton" << "bottomPanel" << QRect(30, 7, 390, 76)
-                                  << noMinimum << noMaximum;
-    QTest::newRow("settingsButton") << "settingsButton" << "QPushButton" << "bottomPanel" << QRect(420, 9, 75, 75)
-                                    << noMinimum << noMaximum;
-    QTest::newRow("titleBar") << "titleBar" << "QWidget" << "centralwidget" << QRect() << QSize(0, 20) << noMaximum;
-    QTest::newRow("titleLabel") << "titleLabel" << "QLabel" << "titleBar" << QRect() << noMinimum << noMaximum;
-    QTest::newRow("minimizeButton") << "minimizeButton" << "QPushButton" << "titleBar" << QRect() << QSize(20, 20)
-                                    << QSize(20, 20);
-    QTest::newRow("closeButton") << "closeButton" << "QPushButton" << "titleBar" << QRect() << QSize(20, 20)
-                                 << QSize(20, 20);
-    QTest::newRow("logoWidget") << "logoWidget" << "QWidget" << "centralwidget" << QRect() << QSize(0, 138) << noMaximum;
-    QTest::newRow("logoLabel") << "logoLabel" << "QLabel" << "logoWidget" << QRect() << QSize(302, 138)
-                               << QSize(302, 138);
-    QTest::newRow("backgroundWidget") << "backgroundWidget" << "QWidget" << "centralwidget" << QRect() << noMinimum
-                                      << noMaximum;
-    QTest::newRow("categoriesPanel") << "categoriesPanel" << "QWidget" << "backgroundWidget" << QRect() << QSize(280, 0)
-                                     << QSize(280, QWIDGETSIZE_MAX);
-    QTest::newRow("contentArea") << "contentArea" << "QWidget" << "backgroundWidget" << QRect() << noMinimum << noMaximum;
+    QTest::newRow("centralwidget") << "centralwidget"
+                                   << "QWidget"
+                                   << "MainWindow" << QRect() << noMinimum << noMaximum;
+    QTest::newRow("bottomBlurPanel") << "bottomBlurPanel"
+                                     << "QWidget"
+                                     << "centralwidget" << QRect(0, 678, 1360, 90) << noMinimum << noMaximum;
+    QTest::newRow("bottomPanel") << "bottomPanel"
+                                 << "QWidget"
+                                 << "centralwidget" << QRect(0, 678, 1360, 90) << QSize(0, 90)
+                                 << QSize(QWIDGETSIZE_MAX, 90);
+    QTest::newRow("companyButton") << "companyButton"
+                                   << "QPushButton"
+                                   << "bottomPanel" << QRect(1270, 15, 60, 60) << noMinimum << noMaximum;
+    QTest::newRow("manageButton") << "manageButton"
+                                  << "QPushButton"
+                                  << "bottomPanel" << QRect(30, 7, 390, 76) << noMinimum << noMaximum;
+    QTest::newRow("settingsButton") << "settingsButton"
+                                    << "QPushButton"
+                                    << "bottomPanel" << QRect(420, 9, 75, 75) << noMinimum << noMaximum;
+    QTest::newRow("titleBar") << "titleBar"
+                              << "QWidget"
+                              << "centralwidget" << QRect() << QSize(0, 20) << noMaximum;
+    QTest::newRow("titleLabel") << "titleLabel"
+                                << "QLabel"
+                                << "titleBar" << QRect() << noMinimum << noMaximum;
+    QTest::newRow("minimizeButton") << "minimizeButton"
+                                    << "QPushButton"
+                                    << "titleBar" << QRect() << QSize(20, 20) << QSize(20, 20);
+    QTest::newRow("closeButton") << "closeButton"
+                                 << "QPushButton"
+                                 << "titleBar" << QRect() << QSize(20, 20) << QSize(20, 20);
+    QTest::newRow("logoWidget") << "logoWidget"
+                                << "QWidget"
+                                << "centralwidget" << QRect() << QSize(0, 138) << noMaximum;
+    QTest::newRow("logoLabel") << "logoLabel"
+                               << "QLabel"
+                               << "logoWidget" << QRect() << QSize(302, 138) << QSize(302, 138);
+    QTest::newRow("backgroundWidget") << "backgroundWidget"
+                                      << "QWidget"
+                                      << "centralwidget" << QRect() << noMinimum << noMaximum;
+    QTest::newRow("categoriesPanel") << "categoriesPanel"
+                                     << "QWidget"
+                                     << "backgroundWidget" << QRect() << QSize(280, 0) << QSize(280, QWIDGETSIZE_MAX);
+    QTest::newRow("contentArea") << "contentArea"
+                                 << "QWidget"
+                                 << "backgroundWidget" << QRect() << noMinimum << noMaximum;
 }
 
 void TestMainWindow::widgetTree()
@@ -116,13 +137,16 @@ void TestMainWindow::layouts_data()
     QTest::addColumn<QMargins>("margins");
     QTest::addColumn<QStringList>("items");
 
-    QTest::newRow("verticalLayout") << "centralwidget" << "verticalLayout" << 0 << QMargins()
+    QTest::newRow("verticalLayout") << "centralwidget"
+                                    << "verticalLayout" << 0 << QMargins()
                                     << QStringList {"titleBar", "logoWidget", "backgroundWidget"};
-    QTest::newRow("horizontalLayout") << "titleBar" << "horizontalLayout" << 10 << QMargins(0, 10, 20, 0)
+    QTest::newRow("horizontalLayout") << "titleBar"
+                                      << "horizontalLayout" << 10 << QMargins(0, 10, 20, 0)
                                       << QStringList {"titleLabel", "", "minimizeButton", "closeButton"};
-    QTest::newRow("horizontalLayout_2") << "logoWidget" << "horizontalLayout_2" << 0 << QMargins()
-                                        << QStringList {"logoLabel"};
-    QTest::newRow("backgroundLayout") << "backgroundWidget" << "backgroundLayout" << 0 << QMargins()
+    QTest::newRow("horizontalLayout_2") << "logoWidget"
+                                        << "horizontalLayout_2" << 0 << QMargins() << QStringList {"logoLabel"};
+    QTest::newRow("backgroundLayout") << "backgroundWidget"
+                                      << "backgroundLayout" << 0 << QMargins()
                                       << QStringList {"categoriesPanel", "contentArea"};
 }
 

@@ -140,10 +140,15 @@ void TestManage::outcomes_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("error");
 
-    QTest::newRow("nothing installed") << false << false << "install" << "Install" << QString();
-    QTest::newRow("up to date") << true << false << "play" << "Play" << QString();
-    QTest::newRow("patch needed") << true << true << "update" << "Update" << QString();
-    QTest::newRow("patch server down") << false << true << "install" << "Install" << "Network error occurred";
+    QTest::newRow("nothing installed") << false << false << "install"
+                                       << "Install" << QString();
+    QTest::newRow("up to date") << true << false << "play"
+                                << "Play" << QString();
+    QTest::newRow("patch needed") << true << true << "update"
+                                  << "Update" << QString();
+    QTest::newRow("patch server down") << false << true << "install"
+                                       << "Install"
+                                       << "Network error occurred";
 }
 
 void TestManage::outcomes()

@@ -25,11 +25,9 @@ int main(int argc, char *argv[])
     const QCommandLineOption sourceOption(QStringLiteral("source"),
                                           QStringLiteral("Source directory containing files to move"),
                                           QStringLiteral("source"));
-    const QCommandLineOption destOption(QStringLiteral("dest"),
-                                        QStringLiteral("Destination directory for files"),
+    const QCommandLineOption destOption(QStringLiteral("dest"), QStringLiteral("Destination directory for files"),
                                         QStringLiteral("dest"));
-    const QCommandLineOption ignoreOption(QStringLiteral("ignore"),
-                                          QStringLiteral("Files to ignore"),
+    const QCommandLineOption ignoreOption(QStringLiteral("ignore"), QStringLiteral("Files to ignore"),
                                           QStringLiteral("ignore"));
     parser.addOption(sourceOption);
     parser.addOption(destOption);
@@ -39,8 +37,8 @@ int main(int argc, char *argv[])
     // The launcher runs itself in this mode, often elevated, to move files
     // into the install directory; the exit code is all the caller reads.
     if (parser.isSet(sourceOption) && parser.isSet(destOption)) {
-        const bool moved = relocateDirectory(parser.value(sourceOption), parser.value(destOption),
-                                             parser.value(ignoreOption));
+        const bool moved
+            = relocateDirectory(parser.value(sourceOption), parser.value(destOption), parser.value(ignoreOption));
         return moved ? 0 : 1;
     }
 

@@ -25,8 +25,7 @@ bool relocateDirectory(QString source, QString dest, const QString &ignore)
     if (!deleteMode)
         QDir(dest).mkpath(QStringLiteral("."));
 
-    QDirIterator it(source,
-                    QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot | Platform::visibleDotFileFilter(),
+    QDirIterator it(source, QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot | Platform::visibleDotFileFilter(),
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();

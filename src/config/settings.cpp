@@ -33,8 +33,7 @@ namespace
 
 Settings::Settings(QObject *parent)
     : Settings(configurationResource(), parent)
-{
-}
+{ }
 
 Settings::Settings(const QString &configurationFile, QObject *parent)
     : QObject(parent)
@@ -168,8 +167,8 @@ QString Settings::installPath() const
 
 QString Settings::language() const
 {
-    const QString systemLanguage =
-        QLocale::system().name().split(QLatin1Char('_'), Qt::KeepEmptyParts, Qt::CaseSensitive).first();
+    const QString systemLanguage
+        = QLocale::system().name().split(QLatin1Char('_'), Qt::KeepEmptyParts, Qt::CaseSensitive).first();
     return storedValue(LanguageKey, systemLanguage).toString();
 }
 
@@ -245,19 +244,67 @@ void Settings::setLanguage(const QString &language)
     emit languageChanged(language);
 }
 
-QJsonObject Settings::config() const { return m_config; }
-QString Settings::applicationName() const { return m_applicationName; }
-QString Settings::companyName() const { return m_companyName; }
-QString Settings::updateUrl() const { return m_updateUrl; }
-QString Settings::executableName() const { return m_executableName; }
-QString Settings::logoImage() const { return m_logoImage; }
-QJsonArray Settings::categories() const { return m_categories; }
-QString Settings::companyUrl() const { return m_companyUrl; }
-QString Settings::legacyDir() const { return m_legacyDir; }
-QString Settings::updaterExecutable() const { return m_updaterExecutable; }
-QString Settings::launcherExecutable() const { return m_launcherExecutable; }
-QString Settings::launcherUpdateUrl() const { return m_launcherUpdateUrl; }
-QString Settings::version() const { return m_version; }
-QString Settings::manifestFile() const { return m_manifestFile; }
-QString Settings::newsUrl() const { return m_newsUrl; }
-QString Settings::configuredLanguage() const { return m_language; }
+QJsonObject Settings::config() const
+{
+    return m_config;
+}
+QString Settings::applicationName() const
+{
+    return m_applicationName;
+}
+QString Settings::companyName() const
+{
+    return m_companyName;
+}
+QString Settings::updateUrl() const
+{
+    return m_updateUrl;
+}
+QString Settings::executableName() const
+{
+    return m_executableName;
+}
+QString Settings::logoImage() const
+{
+    return m_logoImage;
+}
+QJsonArray Settings::categories() const
+{
+    return m_categories;
+}
+QString Settings::companyUrl() const
+{
+    return m_companyUrl;
+}
+QString Settings::legacyDir() const
+{
+    return m_legacyDir;
+}
+QString Settings::updaterExecutable() const
+{
+    return m_updaterExecutable;
+}
+QString Settings::launcherExecutable() const
+{
+    return m_launcherExecutable;
+}
+QString Settings::launcherUpdateUrl() const
+{
+    return m_launcherUpdateUrl;
+}
+QString Settings::version() const
+{
+    return m_version;
+}
+QString Settings::manifestFile() const
+{
+    return m_manifestFile;
+}
+QString Settings::newsUrl() const
+{
+    return m_newsUrl;
+}
+QString Settings::configuredLanguage() const
+{
+    return m_language;
+}

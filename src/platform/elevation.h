@@ -11,9 +11,9 @@ namespace Platform
     {
         enum Outcome
         {
-            Refused,   // the user declined, or the program could not be started
+            Refused, // the user declined, or the program could not be started
             NoProcess, // started, but nothing to wait for
-            TimedOut,  // still running at the limit; it has been ended
+            TimedOut, // still running at the limit; it has been ended
             WaitFailed,
             NoExitCode,
             Finished,

@@ -9,19 +9,17 @@
 
 namespace
 {
-    template<typename T>
-    using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
+    template <typename T> using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
 
-    template<typename T>
-    XcbReply<T> own(T *reply)
+    template <typename T> XcbReply<T> own(T *reply)
     {
         return XcbReply<T>(reply, &std::free);
     }
 
     xcb_atom_t internAtom(xcb_connection_t *connection, const char *name)
     {
-        const auto reply =
-            own(xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 1, qstrlen(name), name), nullptr));
+        const auto reply
+            = own(xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 1, qstrlen(name), name), nullptr));
         return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
     }
 
@@ -46,8 +44,8 @@ namespace
 
         bool isViewable(xcb_window_t window) const
         {
-            const auto attributes = own(xcb_get_window_attributes_reply(
-                connection, xcb_get_window_attributes(connection, window), nullptr));
+            const auto attributes = own(
+                xcb_get_window_attributes_reply(connection, xcb_get_window_attributes(connection, window), nullptr));
             return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
         }
 

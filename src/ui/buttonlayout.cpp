@@ -16,8 +16,7 @@ QString ButtonLayout::textStyle(bool withSpeedLine, int buttonWidth, int buttonH
         .arg(buttonHeight / 2 - fontHeight);
 }
 
-QPoint ButtonLayout::circlePosition(int buttonWidth, int buttonHeight, int circleWidth, int circleHeight,
-                                    int textWidth)
+QPoint ButtonLayout::circlePosition(int buttonWidth, int buttonHeight, int circleWidth, int circleHeight, int textWidth)
 {
     return {contentLeft(buttonWidth, circleWidth, textWidth), buttonHeight / 2 - circleHeight / 2};
 }

@@ -2,15 +2,15 @@
 #include "ui_mainwindow.h"
 
 #include <QDesktopServices>
-#include <QLabel>
-#include <QMediaPlayer>
-#include <QTimer>
-#include <QVideoSink>
 #include <QFile>
 #include <QGraphicsOpacityEffect>
+#include <QLabel>
+#include <QMediaPlayer>
 #include <QMessageBox>
 #include <QMouseEvent>
+#include <QTimer>
 #include <QUrl>
+#include <QVideoSink>
 
 #include "config/settings.h"
 #include "ui/buttonlayout.h"
@@ -32,8 +32,7 @@ namespace
 
 MainWindow::MainWindow(QWidget *parent)
     : MainWindow(Settings::configurationResource(), parent)
-{
-}
+{ }
 
 MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
     : QMainWindow(parent)
@@ -211,8 +210,7 @@ void MainWindow::setLogo()
     auto *logoWidget = findChild<QWidget *>(QStringLiteral("logoWidget"));
     if (!logoWidget)
         return;
-    logoWidget->setStyleSheet(QStringLiteral("background-image: url(:/resources/")
-                              + Settings::instance()->logoImage()
+    logoWidget->setStyleSheet(QStringLiteral("background-image: url(:/resources/") + Settings::instance()->logoImage()
                               + QStringLiteral("); background-repeat: no-repeat; background-position: center;"));
 }
 

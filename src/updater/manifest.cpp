@@ -27,10 +27,11 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data)
         const QJsonObject entry = it.value().toObject();
         if (!entry.contains(QLatin1String("checksum")) || !entry.contains(QLatin1String("size")))
             continue;
-        manifest.insert(it.key(), QJsonObject {
-                                      {QStringLiteral("checksum"), entry.value(QLatin1String("checksum")).toString(QString())},
-                                      {QStringLiteral("size"), entry.value(QLatin1String("size")).toInteger(0)},
-                                  });
+        manifest.insert(it.key(),
+                        QJsonObject {
+                            {QStringLiteral("checksum"), entry.value(QLatin1String("checksum")).toString(QString())},
+                            {QStringLiteral("size"), entry.value(QLatin1String("size")).toInteger(0)},
+                        });
     }
 
     // The "binary" entry keeps its size as text, so it never weighs in the

@@ -72,7 +72,8 @@ void Updater::handleDownloadError(QNetworkReply::NetworkError)
     // Once the launcher has talked to the patch server, losing it is fatal.
     if (launcherVersionReply) {
         emit launcherVersionCheckComplete(false);
-        UserPrompt::critical(QStringLiteral("Launch Error"), QStringLiteral("Unable to connect to the patching server."));
+        UserPrompt::critical(QStringLiteral("Launch Error"),
+                             QStringLiteral("Unable to connect to the patching server."));
         QCoreApplication::quit();
         return;
     }

@@ -20,8 +20,8 @@ void Updater::startUpdate()
         return;
     }
     if (isGameRunning()) {
-        emit downloadError(
-            QStringLiteral("Update cannot be performed while the game is running. Please close the game before updating."));
+        emit downloadError(QStringLiteral(
+            "Update cannot be performed while the game is running. Please close the game before updating."));
         return;
     }
 
@@ -177,8 +177,9 @@ void Updater::startLargestRemainingFile()
     qint64 bestSize = 0;
     for (qsizetype i = currentFileIndex; i < filesToDownload.size(); ++i) {
         const QString &name = filesToDownload.at(i);
-        const bool inFlight = std::any_of(activeDownloads.cbegin(), activeDownloads.cend(),
-                                          [&name](const ActiveDownload &download) { return download.fileName == name; });
+        const bool inFlight
+            = std::any_of(activeDownloads.cbegin(), activeDownloads.cend(),
+                          [&name](const ActiveDownload &download) { return download.fileName == name; });
         if (inFlight)
             continue;
         const qint64 size = manifestSize(name);

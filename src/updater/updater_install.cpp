@@ -59,8 +59,8 @@ void Updater::finishRun()
 bool Updater::runInstaller(const QString &source, const QString &destination, const QStringList &ignore)
 {
     const bool elevate = Platform::canElevate() && needsElevation(destination);
-    const QString program = QDir::toNativeSeparators(
-        toolProgram.isEmpty() ? QCoreApplication::applicationFilePath() : toolProgram);
+    const QString program
+        = QDir::toNativeSeparators(toolProgram.isEmpty() ? QCoreApplication::applicationFilePath() : toolProgram);
     const QString joinedIgnore = ignore.join(QLatin1Char(','));
     if (elevate)
         return runInstallerElevated(program, QDir::toNativeSeparators(source), QDir::toNativeSeparators(destination),
@@ -73,8 +73,8 @@ bool Updater::runInstallerElevated(const QString &program, const QString &source
                                    const QString &ignore)
 {
     // One pass, so a "%2" inside a path is not replaced again.
-    const QString parameters =
-        QStringLiteral("--source \"%1\" --dest \"%2\" --ignore \"%3\"").arg(source, destination, ignore);
+    const QString parameters
+        = QStringLiteral("--source \"%1\" --dest \"%2\" --ignore \"%3\"").arg(source, destination, ignore);
     const Platform::ElevatedRun run = Platform::runElevated(program, parameters, ToolRunTimeoutMs);
     switch (run.outcome) {
     case Platform::ElevatedRun::Refused:
@@ -102,10 +102,10 @@ bool Updater::runInstallerDirectly(const QString &program, const QString &source
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     process.setProcessEnvironment(environment);
-    process.start(program,
-                  {QStringLiteral("--source"), source, QStringLiteral("--dest"), destination, QStringLiteral("--ignore"),
-                   ignore},
-                  QIODevice::ReadWrite);
+    process.start(
+        program,
+        {QStringLiteral("--source"), source, QStringLiteral("--dest"), destination, QStringLiteral("--ignore"), ignore},
+        QIODevice::ReadWrite);
     if (!process.waitForStarted(ToolStartTimeoutMs)) {
         emit downloadError(QStringLiteral("Failed to start installation process"));
         return false;

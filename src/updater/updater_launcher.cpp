@@ -25,7 +25,8 @@ void Updater::handleLauncherVersionReply(QNetworkReply *reply)
 {
     if (reply->error() != QNetworkReply::NoError) {
         emit launcherVersionCheckComplete(false);
-        UserPrompt::critical(QStringLiteral("Launch Error"), QStringLiteral("Unable to connect to the patching server."));
+        UserPrompt::critical(QStringLiteral("Launch Error"),
+                             QStringLiteral("Unable to connect to the patching server."));
         QCoreApplication::exit(0);
         return;
     }
@@ -44,10 +45,10 @@ void Updater::handleLauncherVersionReply(QNetworkReply *reply)
     if (UserPrompt::question(QStringLiteral("Launcher Update"), QStringLiteral("Install new version now?"))
         == UserPrompt::Answer::Yes) {
         // The updater replaces this file, so it must run on after we exit.
-        QProcess::startDetached(QCoreApplication::applicationDirPath() + QStringLiteral("/updater.exe"),
-                                {QStringLiteral("--path"), QCoreApplication::applicationFilePath(),
-                                 QStringLiteral("--url"), url},
-                                QString());
+        QProcess::startDetached(
+            QCoreApplication::applicationDirPath() + QStringLiteral("/updater.exe"),
+            {QStringLiteral("--path"), QCoreApplication::applicationFilePath(), QStringLiteral("--url"), url},
+            QString());
     } else {
         UserPrompt::critical(QStringLiteral("Launcher Update"), QStringLiteral("Update cancelled. Exiting now."));
     }

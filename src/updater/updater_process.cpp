@@ -14,7 +14,7 @@ bool Updater::isGameRunning() const
 
     // Only the first readable process of that name is compared: a copy of
     // the game from another directory answers for all.
-    const QString expected = QDir::toNativeSeparators(QDir::cleanPath(
-        QDir::toNativeSeparators(settings->installPath()) + QLatin1Char('/') + settings->executableName()));
+    const QString expected = QDir::toNativeSeparators(QDir::cleanPath(QDir::toNativeSeparators(settings->installPath())
+                                                                      + QLatin1Char('/') + settings->executableName()));
     return QString::compare(QDir::toNativeSeparators(*image), expected, Qt::CaseInsensitive) == 0;
 }

@@ -71,8 +71,7 @@ QList<QString> Updater::verifyInstallation()
     verificationWatcher = new QFutureWatcher<QList<QString>>(this);
     auto progress = std::make_shared<SharedProgress>();
     progress->totalFiles = static_cast<int>(tasks.size());
-    connect(verificationWatcher, &QFutureWatcher<QList<QString>>::finished, this,
-            &Updater::handleVerificationFinished);
+    connect(verificationWatcher, &QFutureWatcher<QList<QString>>::finished, this, &Updater::handleVerificationFinished);
     emit verificationStarted(progress->totalFiles);
 
     const qsizetype chunkSize = QThread::idealThreadCount();
@@ -114,8 +113,9 @@ QList<QString> Updater::verifyInstallation()
         return failed;
     };
 
-    verificationWatcher->setFuture(QtConcurrent::mapped(QThreadPool::globalInstance(), chunks,
-                                                        std::function<QList<QString>(const QList<VerificationTask> &)>(verifyChunk)));
+    verificationWatcher->setFuture(
+        QtConcurrent::mapped(QThreadPool::globalInstance(), chunks,
+                             std::function<QList<QString>(const QList<VerificationTask> &)>(verifyChunk)));
     return verificationResults;
 }
 

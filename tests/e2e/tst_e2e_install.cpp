@@ -58,9 +58,18 @@ namespace
     const QPoint FrameSpot(30 + 20, 685 + 60);
     const QPoint CircleSpot(30 + 120, 685 + 38);
 
-    bool isBlue(const QColor &c) { return c.blue() > c.red() + 30 && c.blue() > 80; }
-    bool isGreen(const QColor &c) { return c.green() > c.red() + 30 && c.green() > c.blue() + 20; }
-    bool isAmber(const QColor &c) { return c.red() > c.blue() + 60 && c.green() > c.blue() + 20; }
+    bool isBlue(const QColor &c)
+    {
+        return c.blue() > c.red() + 30 && c.blue() > 80;
+    }
+    bool isGreen(const QColor &c)
+    {
+        return c.green() > c.red() + 30 && c.green() > c.blue() + 20;
+    }
+    bool isAmber(const QColor &c)
+    {
+        return c.red() > c.blue() + 60 && c.green() > c.blue() + 20;
+    }
 }
 
 bool TestEndToEnd::run(const QString &program, const QStringList &arguments, QByteArray *output)
@@ -109,10 +118,11 @@ void TestEndToEnd::initTestCase()
     m_nginx.start(nginx, {QStringLiteral("-p"), m_root.path(), QStringLiteral("-c"), configurationFile.fileName()});
     QVERIFY(m_nginx.waitForStarted());
     QTRY_VERIFY_WITH_TIMEOUT(([] {
-        QTcpSocket socket;
-        socket.connectToHost(QStringLiteral("127.0.0.1"), E2E_PORT);
-        return socket.waitForConnected(200);
-    })(), 10000);
+                                 QTcpSocket socket;
+                                 socket.connectToHost(QStringLiteral("127.0.0.1"), E2E_PORT);
+                                 return socket.waitForConnected(200);
+                             })(),
+                             10000);
 
     // A player who has chosen where the game goes, so no first-run question.
     const QString config = m_root.filePath(QStringLiteral("home/config/Brindlewood Works"));
@@ -154,10 +164,10 @@ void TestEndToEnd::startLauncher()
     QVERIFY(m_launcher.waitForStarted());
 
     QByteArray window;
-    QTRY_VERIFY_WITH_TIMEOUT(run(QStringLiteral("xdotool"),
-                                 {QStringLiteral("search"), QStringLiteral("--name"), Title + QStringLiteral(" Launcher")},
-                                 &window),
-                             15000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        run(QStringLiteral("xdotool"),
+            {QStringLiteral("search"), QStringLiteral("--name"), Title + QStringLiteral(" Launcher")}, &window),
+        15000);
     QByteArray geometry;
     QVERIFY(run(QStringLiteral("xdotool"),
                 {QStringLiteral("getwindowgeometry"), QString::fromUtf8(window.split('\n').first())}, &geometry));
@@ -166,17 +176,19 @@ void TestEndToEnd::startLauncher()
 
     // The first painted frame of the background starts the launcher's own
     // flow; until then the button shows its initial look, not a check's.
-    QVERIFY2(QTest::qWaitFor([this] {
-                 const QImage image = screenshot(QString());
-                 const QRect moon(m_windowOrigin + QPoint(960, 100), QSize(100, 100));
-                 for (int y = moon.top(); y < moon.bottom(); y += 4) {
-                     for (int x = moon.left(); x < moon.right(); x += 4) {
-                         if (!image.isNull() && qGray(image.pixel(x, y)) > 150)
-                             return true;
+    QVERIFY2(QTest::qWaitFor(
+                 [this] {
+                     const QImage image = screenshot(QString());
+                     const QRect moon(m_windowOrigin + QPoint(960, 100), QSize(100, 100));
+                     for (int y = moon.top(); y < moon.bottom(); y += 4) {
+                         for (int x = moon.left(); x < moon.right(); x += 4) {
+                             if (!image.isNull() && qGray(image.pixel(x, y)) > 150)
+                                 return true;
+                         }
                      }
-                 }
-                 return false;
-             }, 20000),
+                     return false;
+                 },
+                 20000),
              "the background was never painted");
 }
 
@@ -198,7 +210,8 @@ QImage TestEndToEnd::screenshot(const QString &name)
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("DISPLAY"), m_display.name());
     import.setProcessEnvironment(environment);
-    import.start(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), QStringLiteral("png:-")});
+    import.start(QStringLiteral("import"),
+                 {QStringLiteral("-window"), QStringLiteral("root"), QStringLiteral("png:-")});
     import.waitForFinished(20000);
     png = import.readAllStandardOutput();
     const QImage image = QImage::fromData(png, "PNG");
@@ -279,9 +292,10 @@ void TestEndToEnd::installThenUpdate()
     screenshot(QStringLiteral("3-update"));
     pressManageButton();
     QTRY_VERIFY_WITH_TIMEOUT(([this, changed] {
-        QFile file(m_install + changed);
-        return file.open(QIODevice::ReadOnly) && file.readAll() == QByteArray(70000, 'p');
-    })(), 30000);
+                                 QFile file(m_install + changed);
+                                 return file.open(QIODevice::ReadOnly) && file.readAll() == QByteArray(70000, 'p');
+                             })(),
+                             30000);
     QVERIFY2(waitForLook(Look::Play, 15000), "the button did not return to Play after the update");
     screenshot(QStringLiteral("4-updated"));
 }

@@ -151,8 +151,8 @@ void TestHttpServer::respond(QTcpSocket *socket, const QString &path)
 void TestHttpServer::send(QTcpSocket *socket, int status, const QByteArray &body, const Fault &fault)
 {
     const QByteArray reason = status == 200 ? QByteArrayLiteral("OK") : QByteArrayLiteral("Error");
-    socket->write("HTTP/1.1 " + QByteArray::number(status) + ' ' + reason + "\r\nContent-Length: "
-                  + QByteArray::number(body.size())
+    socket->write("HTTP/1.1 " + QByteArray::number(status) + ' ' + reason
+                  + "\r\nContent-Length: " + QByteArray::number(body.size())
                   + "\r\nContent-Type: application/octet-stream\r\nConnection: close\r\n\r\n");
 
     switch (fault.kind) {

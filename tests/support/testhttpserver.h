@@ -25,11 +25,11 @@ public:
         enum Kind
         {
             None,
-            Status,    // answers with `status` and a short body
-            Reset,     // sends the headers and `bytes` of the body, then resets
-            Stall,     // sends the headers and `bytes` of the body, then nothing
+            Status, // answers with `status` and a short body
+            Reset, // sends the headers and `bytes` of the body, then resets
+            Stall, // sends the headers and `bytes` of the body, then nothing
             ShortBody, // announces the full length, sends `bytes`, then closes
-            Trickle,   // sends the body in `bytes`-sized pieces every `intervalMs`
+            Trickle, // sends the body in `bytes`-sized pieces every `intervalMs`
         };
         Kind kind = None;
         int status = 0;
@@ -57,7 +57,6 @@ public:
     void resetStatistics();
 
 private:
-
     void handleNewConnection();
     void handleReadyRead(QTcpSocket *socket);
     void respond(QTcpSocket *socket, const QString &path);

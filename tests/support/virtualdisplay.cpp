@@ -12,9 +12,9 @@ VirtualDisplay::VirtualDisplay()
             || QFile::exists(QStringLiteral("/tmp/.X%1-lock").arg(number)))
             continue;
         m_name = QStringLiteral(":%1").arg(number);
-        m_server.start(QStringLiteral("Xvfb"), {m_name, QStringLiteral("-screen"), QStringLiteral("0"),
-                                                QStringLiteral("1600x1000x24"), QStringLiteral("-noreset"), QStringLiteral("-nolisten"),
-                                                QStringLiteral("tcp")});
+        m_server.start(QStringLiteral("Xvfb"),
+                       {m_name, QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1600x1000x24"),
+                        QStringLiteral("-noreset"), QStringLiteral("-nolisten"), QStringLiteral("tcp")});
         if (!m_server.waitForStarted())
             return;
         for (int i = 0; i < 100 && !QFile::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(number)); ++i)

@@ -52,8 +52,25 @@ namespace
 void TestCrc32::matchesReference_data()
 {
     QTest::addColumn<qsizetype>("length");
-    const qsizetype lengths[] = {0, 1, 7, 15, 16, 17, 31, 63, 64, 65, 255, 256, 257, 4095, 4097,
-                                 (1 << 20) - 1, 1 << 20, (1 << 20) + 1, 3 * 1000 * 1000 + 13};
+    const qsizetype lengths[] = {0,
+                                 1,
+                                 7,
+                                 15,
+                                 16,
+                                 17,
+                                 31,
+                                 63,
+                                 64,
+                                 65,
+                                 255,
+                                 256,
+                                 257,
+                                 4095,
+                                 4097,
+                                 (1 << 20) - 1,
+                                 1 << 20,
+                                 (1 << 20) + 1,
+                                 3 * 1000 * 1000 + 13};
     for (const qsizetype length : lengths)
         QTest::addRow("%lld bytes", static_cast<long long>(length)) << length;
     QRandomGenerator generator(7);
@@ -110,7 +127,8 @@ void TestCrc32::files()
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(data);
     }
-    const QString expected = exists ? QStringLiteral("%1").arg(referenceCrc32(data), 8, 16, QLatin1Char('0')) : QString();
+    const QString expected
+        = exists ? QStringLiteral("%1").arg(referenceCrc32(data), 8, 16, QLatin1Char('0')) : QString();
     QCOMPARE(Crc32::fileDigest(path), expected);
     if (exists && length == 0)
         QCOMPARE(Crc32::fileDigest(path), QStringLiteral("00000000"));

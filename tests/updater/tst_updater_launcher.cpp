@@ -37,7 +37,8 @@ std::unique_ptr<Settings> TestLauncherVersion::makeSettings(const QString &versi
         {QStringLiteral("applicationName"), QStringLiteral("Version Test")},
         {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
         {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
-        {QStringLiteral("launcherUpdateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/launcher.json"))},
+        {QStringLiteral("launcherUpdateUrl"),
+         QString(m_server.baseUrl().toString() + QStringLiteral("/launcher.json"))},
     };
     QFile file(m_scratch.filePath(QStringLiteral("settings.json")));
     if (!file.open(QIODevice::WriteOnly))
@@ -62,9 +63,9 @@ void TestLauncherVersion::versions_data()
     QTest::newRow("older, refused") << QByteArray(R"({"version": "0.0.0"})") << 200 << false << false
                                     << QStringList {"Launcher Update: Install new version now?",
                                                     "Launcher Update: Update cancelled. Exiting now."};
-    QTest::newRow("same in another form") << QByteArray(R"({"version": "0.0.1.0"})") << 200 << false << false
-                                          << QStringList {"Launcher Update: Install new version now?",
-                                                          "Launcher Update: Update cancelled. Exiting now."};
+    QTest::newRow("same in another form")
+        << QByteArray(R"({"version": "0.0.1.0"})") << 200 << false << false
+        << QStringList {"Launcher Update: Install new version now?", "Launcher Update: Update cancelled. Exiting now."};
     QTest::newRow("not JSON") << QByteArray("<html>") << 200 << false << true << none;
     QTest::newRow("version is a number") << QByteArray(R"({"version": 2})") << 200 << false << true << none;
     QTest::newRow("request fails") << QByteArray("gone") << 404 << false << false

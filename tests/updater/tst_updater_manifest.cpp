@@ -54,8 +54,8 @@ void TestManifest::parse_data()
         << framed(R"({"files": {"/game.exe": {"checksum": "00000001", "size": 9}},
                       "binary": {"file": "/game.exe", "checksum": "00000002", "size": "9"}})")
         << true << QByteArray(R"({"/game.exe": {"checksum": "00000002", "size": "9"}})");
-    QTest::newRow("binary not an object") << framed(R"({"files": {}, "binary": 3})") << true
-                                          << QByteArray(R"({"": {"checksum": "", "size": ""}})");
+    QTest::newRow("binary not an object")
+        << framed(R"({"files": {}, "binary": 3})") << true << QByteArray(R"({"": {"checksum": "", "size": ""}})");
 }
 
 void TestManifest::parse()
@@ -106,9 +106,12 @@ void TestManifest::fileUrl_data()
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("url");
 
-    QTest::newRow("separators encoded") << "/data/a b.bin" << "https://dl.example/game%2Fdata%2Fa%20b.bin";
-    QTest::newRow("plus and unicode") << "/ação+1.map" << "https://dl.example/game%2Fa%C3%A7%C3%A3o%2B1.map";
-    QTest::newRow("unreserved kept") << "/a-b_c.d~e" << "https://dl.example/game%2Fa-b_c.d~e";
+    QTest::newRow("separators encoded") << "/data/a b.bin"
+                                        << "https://dl.example/game%2Fdata%2Fa%20b.bin";
+    QTest::newRow("plus and unicode") << "/ação+1.map"
+                                      << "https://dl.example/game%2Fa%C3%A7%C3%A3o%2B1.map";
+    QTest::newRow("unreserved kept") << "/a-b_c.d~e"
+                                     << "https://dl.example/game%2Fa-b_c.d~e";
 }
 
 void TestManifest::fileUrl()

@@ -138,15 +138,17 @@ void TestUpdaterRun::serve(const Files &files)
     }
     // Published the way a patch server publishes.
     QProcess publisher;
-    publisher.start(QStringLiteral(LAUNCHER_PUBLISH_BINARY),
-                    {QStringLiteral("--output"), m_served->filePath(QStringLiteral("checksums.txt.gz")), m_served->path()});
+    publisher.start(
+        QStringLiteral(LAUNCHER_PUBLISH_BINARY),
+        {QStringLiteral("--output"), m_served->filePath(QStringLiteral("checksums.txt.gz")), m_served->path()});
     QVERIFY(publisher.waitForFinished(30000));
     QCOMPARE(publisher.exitCode(), 0);
 }
 
 void TestUpdaterRun::serveManifest(const QJsonObject &files)
 {
-    m_server.setContent(ManifestPath, qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), files}}).toJson()));
+    m_server.setContent(ManifestPath,
+                        qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), files}}).toJson()));
 }
 
 void TestUpdaterRun::check()
@@ -284,8 +286,9 @@ void TestUpdaterRun::interruptedRunIsTakenUp()
 void TestUpdaterRun::checksumMismatch()
 {
     serve({{"/a.bin", bytes(1000, 'a')}});
-    serveManifest({{QStringLiteral("/a.bin"),
-                    QJsonObject {{QStringLiteral("checksum"), digest(bytes(1000, 'x'))}, {QStringLiteral("size"), 1000}}}});
+    serveManifest(
+        {{QStringLiteral("/a.bin"),
+          QJsonObject {{QStringLiteral("checksum"), digest(bytes(1000, 'x'))}, {QStringLiteral("size"), 1000}}}});
     check();
     QVERIFY(waitForOutcome());
     m_events.clear();
@@ -316,8 +319,9 @@ void TestUpdaterRun::networkFaults()
     QFETCH(bool, succeeds);
 
     serve({{"/a.bin", bytes(200000, 'a')}, {"/b.bin", bytes(1000, 'b')}});
-    m_server.setFault(QStringLiteral("/game/a.bin"),
-                      {TestHttpServer::Fault::Kind(kind), status, kind == TestHttpServer::Fault::Trickle ? 20000 : 5000, 100});
+    m_server.setFault(
+        QStringLiteral("/game/a.bin"),
+        {TestHttpServer::Fault::Kind(kind), status, kind == TestHttpServer::Fault::Trickle ? 20000 : 5000, 100});
     check();
     QVERIFY(waitForOutcome());
     m_events.clear();
@@ -414,7 +418,8 @@ void TestUpdaterRun::progressAndSpeed()
     QVERIFY(previous > 0);
     // About a second of transfer gives at least one sample beyond the first.
     QVERIFY(speed.count() >= 1);
-    QVERIFY(std::any_of(speed.cbegin(), speed.cend(), [](const QVariantList &a) { return a.first().toLongLong() > 0; }));
+    QVERIFY(
+        std::any_of(speed.cbegin(), speed.cend(), [](const QVariantList &a) { return a.first().toLongLong() > 0; }));
 }
 
 void TestUpdaterRun::hostileKeysAreNeverTouched()
@@ -422,7 +427,8 @@ void TestUpdaterRun::hostileKeysAreNeverTouched()
     const QByteArray payload("owned");
     const QJsonObject entry {{QStringLiteral("checksum"), digest(payload)}, {QStringLiteral("size"), 5}};
     QJsonObject files;
-    for (const char *key : {"/../escape.txt", "/sub/../../escape2.txt", "C:/escape3.txt", "//escape4.txt", "/", "/ok.txt"})
+    for (const char *key :
+         {"/../escape.txt", "/sub/../../escape2.txt", "C:/escape3.txt", "//escape4.txt", "/", "/ok.txt"})
         files.insert(QLatin1String(key), entry);
     serveManifest(files);
     m_server.setContent(QStringLiteral("/game/ok.txt"), payload);
@@ -492,7 +498,8 @@ void TestUpdaterRun::installFailureRequiresRecheck()
     m_events.clear();
     m_updater->startUpdate();
     QTRY_COMPARE(m_events.size(), 3);
-    QCOMPARE(m_events, (QStringList {"state:installing", "error:Failed to start installation process", "state:update"}));
+    QCOMPARE(m_events,
+             (QStringList {"state:installing", "error:Failed to start installation process", "state:update"}));
 
     m_updater->setToolProgram(QStringLiteral(LAUNCHER_BINARY));
     QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
@@ -541,8 +548,9 @@ void TestUpdaterRun::gameRunning()
     QVERIFY(waitForOutcome());
     m_events.clear();
     m_updater->startUpdate();
-    QCOMPARE(m_events, QStringList {"error:Update cannot be performed while the game is running. Please close the game "
-                                    "before updating."});
+    QCOMPARE(m_events,
+             QStringList {"error:Update cannot be performed while the game is running. Please close the game "
+                          "before updating."});
 
     process.kill();
     process.waitForFinished();

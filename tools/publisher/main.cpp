@@ -20,9 +20,9 @@ int main(int argc, char *argv[])
     const QCommandLineOption outputOption(QStringLiteral("output"),
                                           QStringLiteral("Manifest to write (default: <directory>/checksums.txt.gz)."),
                                           QStringLiteral("file"));
-    const QCommandLineOption binaryOption(QStringLiteral("binary"),
-                                          QStringLiteral("Relative path of the game executable, also listed as \"binary\"."),
-                                          QStringLiteral("path"));
+    const QCommandLineOption binaryOption(
+        QStringLiteral("binary"), QStringLiteral("Relative path of the game executable, also listed as \"binary\"."),
+        QStringLiteral("path"));
     const QCommandLineOption excludeOption(QStringLiteral("exclude"),
                                            QStringLiteral("Relative path to leave out; may be repeated."),
                                            QStringLiteral("path"));
@@ -37,9 +37,8 @@ int main(int argc, char *argv[])
     }
 
     const QString directory = parser.positionalArguments().first();
-    const QString output = parser.isSet(outputOption)
-        ? parser.value(outputOption)
-        : QDir(directory).filePath(QStringLiteral("checksums.txt.gz"));
+    const QString output = parser.isSet(outputOption) ? parser.value(outputOption)
+                                                      : QDir(directory).filePath(QStringLiteral("checksums.txt.gz"));
 
     // The manifest may be written into the directory it describes.
     QStringList excluded = parser.values(excludeOption);

@@ -50,8 +50,8 @@ ManifestWriter::Result ManifestWriter::build(const QString &gameDirectory, const
             result.error = QStringLiteral("Cannot read %1").arg(entry.path);
             return result;
         }
-        files.insert(entry.key, QJsonObject {{QStringLiteral("checksum"), entry.checksum},
-                                             {QStringLiteral("size"), entry.size}});
+        files.insert(entry.key,
+                     QJsonObject {{QStringLiteral("checksum"), entry.checksum}, {QStringLiteral("size"), entry.size}});
         ++result.files;
         result.bytes += entry.size;
     }
@@ -64,10 +64,11 @@ ManifestWriter::Result ManifestWriter::build(const QString &gameDirectory, const
             result.error = QStringLiteral("The binary %1 is not among the files").arg(binary);
             return result;
         }
-        document.insert(QStringLiteral("binary"),
-                        QJsonObject {{QStringLiteral("file"), key},
-                                     {QStringLiteral("checksum"), entry.value(QLatin1String("checksum"))},
-                                     {QStringLiteral("size"), QString::number(entry.value(QLatin1String("size")).toInteger())}});
+        document.insert(
+            QStringLiteral("binary"),
+            QJsonObject {{QStringLiteral("file"), key},
+                         {QStringLiteral("checksum"), entry.value(QLatin1String("checksum"))},
+                         {QStringLiteral("size"), QString::number(entry.value(QLatin1String("size")).toInteger())}});
     }
     result.data = qCompress(QJsonDocument(document).toJson(QJsonDocument::Compact));
     return result;
