@@ -1,6 +1,7 @@
 #include "updater/updater.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QMutex>
 #include <QMutexLocker>
@@ -22,10 +23,13 @@ struct SharedProgress
     // GUI thread while `flushPosted` is set.
     int filesAnnounced = 0;
     bool flushPosted = false;
+    QElapsedTimer sinceFlush;
 };
 
 namespace
 {
+    const qint64 ProgressIntervalMs = 16;
+
     struct VerificationTask
     {
         QString relativePath;
@@ -71,6 +75,7 @@ QList<QString> Updater::verifyInstallation()
     verificationWatcher = new QFutureWatcher<QList<QString>>(this);
     auto progress = std::make_shared<SharedProgress>();
     progress->totalFiles = static_cast<int>(tasks.size());
+    progress->sinceFlush.start();
     connect(verificationWatcher, &QFutureWatcher<QList<QString>>::finished, this, &Updater::handleVerificationFinished);
     emit verificationStarted(progress->totalFiles);
 
@@ -89,7 +94,9 @@ QList<QString> Updater::verifyInstallation()
             const QString path = filePath(installPath, task.relativePath);
             const QFileInfo info(path);
             bool good = false;
-            if (info.exists() && info.isFile() && info.isReadable()) {
+            // An unreadable file fails to open and counts as a mismatch, the
+            // same outcome without asking the file system once more per file.
+            if (info.exists() && info.isFile()) {
                 const QString digest = fileChecksum(path);
                 good = !digest.isEmpty() && digest == task.expectedChecksum;
             }
@@ -99,12 +106,13 @@ QList<QString> Updater::verifyInstallation()
                 failed.append(task.relativePath);
 
             // Every count is announced once, in ascending order, and before
-            // the watcher's finished. Counts that pile up while a flush is on
-            // its way ride along with it: waking the GUI thread for every
-            // file would take a core's share away from the hashing.
+            // the watcher's finished, but the GUI thread is woken at most once
+            // a frame: waking it for every file would take a core's share
+            // away from the hashing. The last count always goes out.
             const QMutexLocker locker(&progress->mutex);
             ++progress->filesChecked;
-            if (!progress->flushPosted) {
+            const bool last = progress->filesChecked == progress->totalFiles;
+            if (!progress->flushPosted && (last || progress->sinceFlush.hasExpired(ProgressIntervalMs))) {
                 progress->flushPosted = true;
                 QMetaObject::invokeMethod(
                     this, [this, progress] { announceProgress(progress); }, Qt::QueuedConnection);
@@ -129,6 +137,7 @@ void Updater::announceProgress(const std::shared_ptr<SharedProgress> &progress)
         to = progress->filesChecked;
         progress->filesAnnounced = to;
         progress->flushPosted = false;
+        progress->sinceFlush.start();
     }
     for (int checked = from + 1; checked <= to; ++checked)
         emit verificationProgress(checked, progress->totalFiles);
