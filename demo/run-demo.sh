@@ -8,6 +8,7 @@ cd "$(dirname "$0")/.."
 
 port=${DEMO_PORT:-8642}
 size_mib=${DEMO_SIZE_MIB:-160}
+rate=${DEMO_RATE:-0}
 
 if [ -z "${DISPLAY:-}" ]; then
     echo "No display to show the launcher on. Run it on a desktop, or under Xvfb: xvfb-run -s '-screen 0 1600x1000x24' $0" >&2
@@ -63,7 +64,7 @@ game="$root/www/hollowmere_demo"
 demo/make-sample-game.sh "$game" build-demo/bin/sample-game hollowmere_dx.exe "Hollowmere Demo" "$size_mib"
 build-demo/bin/launcher-publish --binary hollowmere_dx.exe --output "$game/checksums.txt.gz" "$game"
 
-sed -e "s|@ROOT@|$root|g" -e "s|@PORT@|$port|g" demo/nginx.conf.in > "$root/nginx.conf"
+sed -e "s|@ROOT@|$root|g" -e "s|@PORT@|$port|g" -e "s|@RATE@|$rate|g" demo/nginx.conf.in > "$root/nginx.conf"
 nginx -p "$root" -c "$root/nginx.conf" &
 pids+=($!)
 for _ in $(seq 50); do

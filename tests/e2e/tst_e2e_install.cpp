@@ -107,7 +107,9 @@ void TestEndToEnd::initTestCase()
     QFile templateFile(QStringLiteral(SOURCE_DIR "/demo/nginx.conf.in"));
     QVERIFY(templateFile.open(QIODevice::ReadOnly));
     QByteArray configuration = templateFile.readAll();
-    configuration.replace("@ROOT@", m_root.path().toUtf8()).replace("@PORT@", QByteArray::number(E2E_PORT));
+    configuration.replace("@ROOT@", m_root.path().toUtf8())
+        .replace("@PORT@", QByteArray::number(E2E_PORT))
+        .replace("@RATE@", "0");
     QFile configurationFile(m_root.filePath(QStringLiteral("nginx.conf")));
     QVERIFY(configurationFile.open(QIODevice::WriteOnly));
     configurationFile.write(configuration);
