@@ -31,6 +31,7 @@ private slots:
     void updatesOneChangedFile();
     void interruptedRunIsTakenUp();
     void checksumMismatch();
+    void progressCountsEveryFileOnce();
     void networkFaults_data();
     void networkFaults();
     void stalledRunCanBeCancelled();
@@ -281,6 +282,33 @@ void TestUpdaterRun::interruptedRunIsTakenUp()
     QCOMPARE(m_updater->installStagedFiles(), 0);
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1100, 'A'));
     QCOMPARE(m_updater->installStagedFiles(), 2);
+}
+
+void TestUpdaterRun::progressCountsEveryFileOnce()
+{
+    Files files;
+    for (int i = 0; i < 400; ++i)
+        files.insert(QStringLiteral("/many/f%1.bin").arg(i, 3, 10, QLatin1Char('0')),
+                     bytes(2000 + i, char('a' + i % 26)));
+    serve(files);
+
+    QList<int> counts;
+    bool outcomeSeen = false;
+    bool countAfterOutcome = false;
+    connect(m_updater.get(), &Updater::verificationProgress, this, [&](int checked, int total) {
+        QCOMPARE(total, 400);
+        counts.append(checked);
+        countAfterOutcome |= outcomeSeen;
+    });
+    connect(m_updater.get(), &Updater::updateAvailable, this, [&] { outcomeSeen = true; });
+    check();
+    QVERIFY(waitForOutcome());
+
+    // Each count once, in order, all of them before the outcome.
+    QCOMPARE(counts.size(), 400);
+    for (int i = 0; i < counts.size(); ++i)
+        QCOMPARE(counts.at(i), i + 1);
+    QVERIFY(!countAfterOutcome);
 }
 
 void TestUpdaterRun::checksumMismatch()
