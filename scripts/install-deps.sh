@@ -8,7 +8,7 @@ packages=(
     cmake g++ make pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-svg-dev
     qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools
-    libquazip1-qt6-dev libisal-dev libgl-dev libxcb1-dev
+    libquazip1-qt6-dev libisal-dev libgl-dev libxcb1-dev zlib1g-dev
     # Run: platform plugins, SVG icons, H.264 video through GStreamer, a font
     qt6-qpa-plugins libqt6svg6 fonts-dejavu-core
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav

@@ -257,7 +257,7 @@ void TestSettings::compiledInConfiguration()
 
 void TestSettings::expandPath_data()
 {
-    // @tmp@ is a scratch directory, @appData@ the application data location.
+    // @tmp@ is a scratch directory, @appData@ the user's data folder.
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("expected");
 
@@ -296,7 +296,7 @@ void TestSettings::expandPath()
     qunsetenv("LAUNCHER_TEST_UNSET");
 
     const Settings settings(QStringLiteral(":/resources/settings_hollowmere_ptr.json"), nullptr);
-    const QString appData = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+    const QString appData = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     const auto substitute = [&](QString text) {
         return text.replace(QLatin1String("@tmp@"), scratch).replace(QLatin1String("@appData@"), appData);
     };
@@ -323,10 +323,11 @@ void TestSettings::expandPathCreatesParent()
 void TestSettings::defaultInstallPath()
 {
     const Settings settings(QStringLiteral(":/resources/settings_ashfallow.json"), nullptr);
-    const QString appData = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
-    QVERIFY(appData.contains(QLatin1String("Ashfallow Launcher")));
-    QCOMPARE(settings.defaultInstallPath(), native(appData + QStringLiteral("/Brindlewood Works/Ashfallow")));
-    QVERIFY(QDir(appData + QStringLiteral("/Brindlewood Works")).exists());
+    // The template names the company and the game itself, right below the
+    // data folder, so they must not appear twice.
+    const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    QCOMPARE(settings.defaultInstallPath(), native(dataHome + QStringLiteral("/Brindlewood Works/Ashfallow")));
+    QVERIFY(QDir(dataHome + QStringLiteral("/Brindlewood Works")).exists());
 }
 
 void TestSettings::installPath()

@@ -299,6 +299,8 @@ void TestManage::launch()
     QFETCH(QString, error);
 
     serve({});
+    // The check that follows the game stays on "checking".
+    m_server.setFault(QStringLiteral("/game/checksums.txt.gz"), {TestHttpServer::Fault::Stall, 0, 0, 0});
     if (!program.isEmpty()) {
         // As a download leaves it: a plain data file.
         QVERIFY(QFile::copy(program, m_install->filePath(ExecutableName)));

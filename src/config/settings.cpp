@@ -11,7 +11,6 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QSettings>
-#include <QStandardPaths>
 
 #include "platform/defaultpaths.h"
 
@@ -126,7 +125,7 @@ QString Settings::expandPath(const QString &path) const
 
     // Placeholders run after the environment, so a variable may hold one.
     const QMap<QString, QString> placeholders {
-        {QStringLiteral("{appData}"), QStandardPaths::writableLocation(QStandardPaths::AppDataLocation)},
+        {QStringLiteral("{appData}"), Platform::appDataLocation()},
         {QStringLiteral("{applicationName}"), m_applicationName},
         {QStringLiteral("{companyName}"), m_companyName},
     };

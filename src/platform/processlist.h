@@ -11,4 +11,9 @@ namespace Platform
     // Processes that cannot be inspected, another user's for instance, are
     // passed over. Empty when there is no such process.
     std::optional<QString> firstProcessImagePath(const QString &fileName);
+
+    // Whether a process image path names the file at `expectedPath`, both
+    // taken as this system's file system compares them: links resolved and
+    // letter case significant where the file system makes it so.
+    bool isSameExecutable(const QString &imagePath, const QString &expectedPath);
 }

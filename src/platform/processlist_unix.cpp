@@ -11,6 +11,20 @@ namespace
     // The kernel marks the link of an executable replaced on disk; the
     // process still is that program.
     const QLatin1String DeletedSuffix(" (deleted)");
+
+    // The kernel reports the image with every link resolved, while an install
+    // path may go through a link of its own.
+    QString resolved(const QString &path)
+    {
+        const QFileInfo file(path);
+        const QString canonical = file.canonicalFilePath();
+        if (!canonical.isEmpty())
+            return canonical;
+        // A program removed or replaced since its start no longer resolves,
+        // but the folder it ran from usually still does.
+        const QString folder = QFileInfo(file.absolutePath()).canonicalFilePath();
+        return QDir::cleanPath((folder.isEmpty() ? file.absolutePath() : folder) + QLatin1Char('/') + file.fileName());
+    }
 }
 
 std::optional<QString> Platform::firstProcessImagePath(const QString &fileName)
@@ -38,4 +52,13 @@ std::optional<QString> Platform::firstProcessImagePath(const QString &fileName)
         return image;
     }
     return std::nullopt;
+}
+
+bool Platform::isSameExecutable(const QString &imagePath, const QString &expectedPath)
+{
+    if (imagePath.isEmpty() || expectedPath.isEmpty())
+        return false;
+    // Letter case matters here: a folder that differs only in case is
+    // another folder, with another game in it.
+    return resolved(imagePath) == resolved(expectedPath);
 }

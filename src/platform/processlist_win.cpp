@@ -1,5 +1,7 @@
 #include "platform/processlist.h"
 
+#include <QDir>
+
 #include <windows.h>
 
 #include <tlhelp32.h>
@@ -37,4 +39,12 @@ std::optional<QString> Platform::firstProcessImagePath(const QString &fileName)
 
     CloseHandle(snapshot);
     return result;
+}
+
+bool Platform::isSameExecutable(const QString &imagePath, const QString &expectedPath)
+{
+    // Windows file systems ignore letter case in names.
+    return QString::compare(QDir::toNativeSeparators(QDir::cleanPath(imagePath)),
+                            QDir::toNativeSeparators(QDir::cleanPath(expectedPath)), Qt::CaseInsensitive)
+        == 0;
 }

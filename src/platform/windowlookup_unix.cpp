@@ -83,6 +83,11 @@ namespace
 
 std::optional<bool> Platform::isWindowVisible(const QString &title)
 {
+    // Under Wayland a native window never reaches the X server, which would
+    // then answer "no" for a game that is on the screen.
+    if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+        || qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland"))
+        return std::nullopt;
     if (qEnvironmentVariableIsEmpty("DISPLAY"))
         return std::nullopt;
 

@@ -3,11 +3,81 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 
-std::optional<QJsonObject> Manifest::parse(const QByteArray &data)
+#include <limits>
+
+#include <zlib.h>
+
+namespace
 {
-    const QByteArray json = qUncompress(data);
-    if (json.isEmpty())
+    // The block's first four bytes: the length qCompress recorded.
+    const qsizetype HeaderSize = 4;
+    const qsizetype InflateStep = 256 * 1024;
+
+    // A whole number of bytes, or -1. JSON numbers arrive as doubles; only
+    // those that are integral and within range count.
+    qint64 wholeSize(const QJsonValue &value)
+    {
+        if (value.isString()) {
+            bool ok = false;
+            const qint64 size = value.toString().toLongLong(&ok);
+            return ok && size >= 0 ? size : -1;
+        }
+        if (!value.isDouble())
+            return -1;
+        const double number = value.toDouble();
+        if (number < 0 || number >= 9.2e18 || number != static_cast<double>(static_cast<qint64>(number)))
+            return -1;
+        return static_cast<qint64>(number);
+    }
+}
+
+std::optional<QByteArray> Manifest::uncompress(const QByteArray &data, qsizetype limit)
+{
+    if (data.size() <= HeaderSize)
         return std::nullopt;
+    const auto *bytes = reinterpret_cast<const uchar *>(data.constData());
+    const quint32 declared
+        = (quint32(bytes[0]) << 24) | (quint32(bytes[1]) << 16) | (quint32(bytes[2]) << 8) | quint32(bytes[3]);
+    if (declared == 0)
+        return std::nullopt;
+
+    z_stream stream {};
+    if (inflateInit(&stream) != Z_OK)
+        return std::nullopt;
+    stream.next_in = const_cast<Bytef *>(bytes + HeaderSize);
+    stream.avail_in = static_cast<uInt>(data.size() - HeaderSize);
+
+    QByteArray out;
+    int status = Z_OK;
+    while (status == Z_OK) {
+        if (out.size() >= limit) {
+            inflateEnd(&stream);
+            return std::nullopt;
+        }
+        const qsizetype used = out.size();
+        out.resize(std::min(used + InflateStep, limit));
+        stream.next_out = reinterpret_cast<Bytef *>(out.data() + used);
+        stream.avail_out = static_cast<uInt>(out.size() - used);
+        status = inflate(&stream, Z_NO_FLUSH);
+        out.resize(out.size() - stream.avail_out);
+        // Input that ends before the stream does leaves no way forward.
+        if (status == Z_BUF_ERROR && stream.avail_in == 0)
+            break;
+        if (status == Z_BUF_ERROR)
+            status = Z_OK;
+    }
+    inflateEnd(&stream);
+    if (status != Z_STREAM_END || out.isEmpty())
+        return std::nullopt;
+    return out;
+}
+
+std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QHash<QString, qint64> *byteLimits)
+{
+    const std::optional<QByteArray> inflated = uncompress(data);
+    if (!inflated)
+        return std::nullopt;
+    const QByteArray &json = *inflated;
 
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
@@ -22,11 +92,22 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data)
         return std::nullopt;
 
     QJsonObject manifest;
+    qint64 total = 0;
     const QJsonObject table = files.toObject();
     for (auto it = table.constBegin(); it != table.constEnd(); ++it) {
         const QJsonObject entry = it.value().toObject();
         if (!entry.contains(QLatin1String("checksum")) || !entry.contains(QLatin1String("size")))
             continue;
+        const QJsonValue size = entry.value(QLatin1String("size"));
+        // Sizes feed the progress total: a negative one or an overflowing
+        // sum would make the count run backwards or wrap.
+        if (size.isDouble() && (size.toDouble() < 0 || size.toInteger(0) > std::numeric_limits<qint64>::max() - total))
+            continue;
+        const qint64 bytes = size.toInteger(0);
+        total += bytes;
+        const qint64 limit = wholeSize(size);
+        if (byteLimits && limit >= 0 && size.isDouble())
+            byteLimits->insert(it.key(), limit);
         manifest.insert(it.key(),
                         QJsonObject {
                             {QStringLiteral("checksum"), entry.value(QLatin1String("checksum")).toString(QString())},
@@ -38,7 +119,14 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data)
     // total or in the largest-first plan.
     if (root.contains(QLatin1String("binary"))) {
         const QJsonObject binary = root.value(QLatin1String("binary")).toObject();
-        manifest.insert(binary.value(QLatin1String("file")).toString(QString()),
+        const QString name = binary.value(QLatin1String("file")).toString(QString());
+        if (byteLimits) {
+            byteLimits->remove(name);
+            const qint64 limit = wholeSize(binary.value(QLatin1String("size")));
+            if (limit >= 0)
+                byteLimits->insert(name, limit);
+        }
+        manifest.insert(name,
                         QJsonObject {
                             {QStringLiteral("checksum"), binary.value(QLatin1String("checksum")).toString(QString())},
                             {QStringLiteral("size"), binary.value(QLatin1String("size")).toString(QString())},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QJsonObject>
 #include <QString>
 #include <QUrl>
@@ -10,10 +11,26 @@
 // The server's list of game files: relative path to {"checksum", "size"}.
 namespace Manifest
 {
+    // A manifest body larger than this is refused before it is read whole,
+    // and one that inflates to more than the second limit is refused while
+    // it inflates: a broken or hostile server must not exhaust memory.
+    constexpr qint64 MaxCompressedSize = 64 * 1024 * 1024;
+    constexpr qsizetype MaxInflatedSize = 512 * 1024 * 1024;
+
+    // Inflates a qCompress block (a 4-byte big-endian length, then a zlib
+    // stream) piece by piece. The declared length is only a hint: it is
+    // neither trusted for an allocation nor required to be right. Empty when
+    // the block is broken, declares no data, or inflates beyond `limit`.
+    std::optional<QByteArray> uncompress(const QByteArray &data, qsizetype limit = MaxInflatedSize);
+
     // Reads a qCompress-framed JSON manifest. Empty when the body is not in
     // that framing, is no JSON object, or has no "files" object; entries
-    // without both "checksum" and "size" are left out.
-    std::optional<QJsonObject> parse(const QByteArray &data);
+    // without both "checksum" and "size" are left out, and so are entries
+    // with a negative size or one that would carry the total past what a
+    // 64-bit count holds. `byteLimits`, if given, receives the size of
+    // every file whose size is a whole number, which a transfer of that
+    // file may not exceed.
+    std::optional<QJsonObject> parse(const QByteArray &data, QHash<QString, qint64> *byteLimits = nullptr);
 
     // Whether a manifest key names a file below the directory it is resolved
     // against. Keys normally start with "/"; a key that would climb out with

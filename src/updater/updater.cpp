@@ -3,14 +3,23 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QLockFile>
 #include <QSslConfiguration>
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
 
 #include "config/settings.h"
+#include "platform/stagingroot.h"
 #include "updater/crc32.h"
 #include "updater/manifest.h"
+
+namespace
+{
+    // Less than this in one stall period counts as no progress at all, so a
+    // server that sends a byte now and then cannot hold a transfer open.
+    const qint64 MinimumBytesPerPeriod = 1024;
+}
 
 const int maxConcurrentDownloads = QThread::idealThreadCount();
 
@@ -26,6 +35,7 @@ Updater::~Updater()
     updating = false;
     stopVerification();
 
+    unlockStaging();
     const QList<QNetworkReply *> replies = activeDownloads.keys();
     for (QNetworkReply *reply : replies) {
         if (!reply)
@@ -45,19 +55,34 @@ Updater::~Updater()
     pendingDownloads.clear();
 }
 
-void Updater::stopVerification()
+void Updater::retireVerification()
 {
     if (!verificationWatcher)
         return;
-    if (verificationWatcher->isRunning()) {
-        verificationWatcher->cancel();
-        verificationWatcher->waitForFinished();
-        delete verificationWatcher;
-    } else {
-        // This may run from inside the finished watcher's own signal.
-        verificationWatcher->deleteLater();
-    }
+    // Its outcome must never be used, not even a finished signal already
+    // queued; its chunks in progress end on their own, without holding up
+    // the GUI thread.
+    QObject::disconnect(verificationWatcher, nullptr, this, nullptr);
+    verificationWatcher->cancel();
+    retiredVerifications.removeIf([](const QFuture<VerificationChunkResult> &future) { return future.isFinished(); });
+    if (verificationWatcher->isRunning())
+        retiredVerifications.append(verificationWatcher->future());
+    verificationWatcher->deleteLater();
     verificationWatcher = nullptr;
+    currentVerification.reset();
+}
+
+void Updater::stopVerification()
+{
+    QFuture<VerificationChunkResult> running;
+    if (verificationWatcher)
+        running = verificationWatcher->future();
+    retireVerification();
+    // Chunks post their progress to this object, so none may outlive it.
+    running.waitForFinished();
+    for (QFuture<VerificationChunkResult> &retired : retiredVerifications)
+        retired.waitForFinished();
+    retiredVerifications.clear();
 }
 
 void Updater::setToolProgram(const QString &program)
@@ -65,14 +90,40 @@ void Updater::setToolProgram(const QString &program)
     toolProgram = program;
 }
 
+void Updater::setStallTimeout(int milliseconds)
+{
+    stallTimeoutMs = milliseconds;
+}
+
 QString Updater::stagingDirectory()
 {
     const Settings *settings = Settings::instance();
     QString company = settings->companyName();
     QString application = settings->applicationName();
-    return QDir(QStandardPaths::writableLocation(QStandardPaths::TempLocation)).absolutePath() + QLatin1Char('/')
+    return QDir(Platform::stagingRoot()).absolutePath() + QLatin1Char('/')
         + company.replace(QLatin1Char('/'), QLatin1Char('_')) + QLatin1Char('/')
         + application.replace(QLatin1Char('/'), QLatin1Char('_'));
+}
+
+void Updater::watchTransfer(QNetworkReply *reply)
+{
+    // QNetworkRequest's own transfer time-out starts again with every byte,
+    // so one byte a minute would keep a transfer open for ever; each period
+    // must bring a little more than that instead.
+    auto *timer = new QTimer(reply);
+    timer->setInterval(stallTimeoutMs);
+    auto received = std::make_shared<qint64>(0);
+    auto atLastTick = std::make_shared<qint64>(0);
+    connect(reply, &QNetworkReply::downloadProgress, timer, [received](qint64 bytes, qint64) { *received = bytes; });
+    connect(timer, &QTimer::timeout, reply, [reply, received, atLastTick] {
+        if (*received - *atLastTick >= MinimumBytesPerPeriod) {
+            *atLastTick = *received;
+            return;
+        }
+        reply->setProperty(StalledProperty, true);
+        reply->abort();
+    });
+    timer->start();
 }
 
 QString Updater::fileChecksum(const QString &path)
@@ -99,4 +150,9 @@ QUrl Updater::fileUrl(const QString &fileName) const
 qint64 Updater::manifestSize(const QString &fileName) const
 {
     return manifest.value(fileName).toObject().value(QLatin1String("size")).toInteger(0);
+}
+
+qint64 Updater::transferLimit(const QString &fileName) const
+{
+    return byteLimits.value(fileName, -1);
 }

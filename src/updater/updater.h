@@ -1,12 +1,15 @@
 #pragma once
 
+#include <QFuture>
 #include <QFutureWatcher>
+#include <QHash>
 #include <QJsonObject>
 #include <QList>
 #include <QMap>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QUrl>
@@ -14,6 +17,7 @@
 #include <memory>
 
 class QFile;
+class QLockFile;
 struct SharedProgress;
 
 // Upper bound on file transfers in flight, taken once at process start.
@@ -33,6 +37,16 @@ struct PendingDownload
 {
     QUrl url;
     QString fileName;
+};
+
+// What one verification chunk found, by relative path.
+struct VerificationChunkResult
+{
+    QList<QString> failed;
+    // Wrong or missing in the install directory, right in the staging one.
+    QList<QString> staged;
+    // Below a link that leads out of the install directory: never read.
+    QList<QString> outside;
 };
 
 // The patching engine: fetches the manifest, verifies every file, downloads
@@ -66,6 +80,9 @@ public:
 
     // The relocation tool is this program itself; tests run the built one.
     void setToolProgram(const QString &program);
+    // A transfer that brings less than a trickle of bytes for this long is
+    // given up; tests shorten it.
+    void setStallTimeout(int milliseconds);
 
 signals:
     void updateAvailable(const QString &newVersion);
@@ -96,30 +113,44 @@ private slots:
 
 private:
     void parseManifest(const QByteArray &data);
+    void reportUnusableManifest();
+    void retireVerification();
     void handleVerificationFinished();
     void announceProgress(const std::shared_ptr<SharedProgress> &progress);
     void startFileDownload(const QUrl &url, const QString &fileName);
     void writeReceivedData(QNetworkReply *reply);
     void handleFileFinished(QNetworkReply *reply);
     void handleFileFailure(QNetworkReply *reply);
-    void startLargestRemainingFile();
     void handleFileProgress(QNetworkReply *reply, qint64 bytesReceived);
     void finishDownload(QNetworkReply *reply);
     void releaseReply(QNetworkReply *reply);
     void finishRun();
-    void endRunIfStalled();
+    void failRun(const QString &message);
+    bool lockStaging();
+    void unlockStaging();
+    bool prepareStagingDirectory();
+    void pruneStagingDirectory() const;
+    void watchTransfer(QNetworkReply *reply);
     void handleLauncherVersionReply(QNetworkReply *reply);
     bool runInstallerElevated(const QString &program, const QString &source, const QString &destination,
                               const QString &ignore);
     bool runInstallerDirectly(const QString &program, const QString &source, const QString &destination,
                               const QString &ignore);
+    // Set on a reply that was given up for bringing too little for too long.
+    static constexpr char StalledProperty[] = "launcherStalled";
+
     QNetworkRequest makeRequest(const QUrl &url) const;
     QUrl fileUrl(const QString &fileName) const;
     qint64 manifestSize(const QString &fileName) const;
+    qint64 transferLimit(const QString &fileName) const;
 
     QNetworkAccessManager networkManager;
     QNetworkReply *launcherVersionReply = nullptr;
+    // The newest manifest request; an older reply is never used.
+    QNetworkReply *manifestReply = nullptr;
     QJsonObject manifest;
+    // The most bytes a file may have, for files whose manifest says.
+    QHash<QString, qint64> byteLimits;
     QList<QString> filesToDownload;
     int currentFileIndex = 0;
     bool updating = false;
@@ -129,14 +160,23 @@ private:
     QMap<QString, qint64> fileBytesReceived;
     qint64 bytesDownloaded = 0;
     qint64 totalBytes = 0;
-    QFutureWatcher<QList<QString>> *verificationWatcher = nullptr;
+    QFutureWatcher<VerificationChunkResult> *verificationWatcher = nullptr;
+    std::shared_ptr<SharedProgress> currentVerification;
+    // Verifications replaced by a newer one, still finishing their chunks.
+    QList<QFuture<VerificationChunkResult>> retiredVerifications;
     QList<QString> verificationResults;
+    // Staged files whose digest is known to be right; nothing else in the
+    // staging directory is ever moved into the install directory.
+    QSet<QString> verifiedStagedFiles;
+    bool stagedFilesKnown = false;
+    std::unique_ptr<QLockFile> stagingLock;
 
-    // Speed sampling lives across runs.
+    qint64 lastOverallReportTime = 0;
     qint64 lastSpeedSampleTime = 0;
     qint64 bytesSinceSpeedSample = 0;
     QList<qint64> speedSamples;
     QMap<QNetworkReply *, qint64> lastBytesByReply;
 
     QString toolProgram;
+    int stallTimeoutMs = 30000;
 };

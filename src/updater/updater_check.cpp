@@ -8,6 +8,12 @@
 #include "updater/manifest.h"
 #include "updater/userprompt.h"
 
+namespace
+{
+    const QString UnusableManifest
+        = QStringLiteral("The patch server sent a list of game files that cannot be used. Please try again later.");
+}
+
 void Updater::checkForUpdates()
 {
     if (updating)
@@ -24,7 +30,27 @@ void Updater::checkForUpdates()
 
     const QUrl url(settings->updateUrl() + QLatin1Char('/') + settings->manifestFile(), QUrl::TolerantMode);
     QNetworkReply *reply = networkManager.get(makeRequest(url));
+    // Only the newest check may fill the manifest: an older reply arriving
+    // late would replace the queue under a verification or a run.
+    if (manifestReply) {
+        QNetworkReply *older = manifestReply;
+        manifestReply = nullptr;
+        QObject::disconnect(older, nullptr, this, nullptr);
+        older->abort();
+    }
+    manifestReply = reply;
     connect(reply, &QNetworkReply::errorOccurred, this, &Updater::handleDownloadError);
+    watchTransfer(reply);
+    connect(reply, &QNetworkReply::downloadProgress, this, [this, reply](qint64 received, qint64 total) {
+        if (received <= Manifest::MaxCompressedSize && total <= Manifest::MaxCompressedSize)
+            return;
+        // Refused before it is buffered whole; no connection error, so the
+        // launcher stays open and says what is wrong.
+        QObject::disconnect(reply, nullptr, this, nullptr);
+        manifestReply = nullptr;
+        reply->abort();
+        reportUnusableManifest();
+    });
 
     updating = false;
     recheckRequired = false;
@@ -32,15 +58,32 @@ void Updater::checkForUpdates()
 
 void Updater::handleNetworkReply(QNetworkReply *reply)
 {
-    // Every reply of the engine ends here; only the manifest is read.
-    if (reply->url().toString().endsWith(Settings::instance()->manifestFile())) {
-        if (reply->error() == QNetworkReply::NoError) {
+    // Every reply of the engine ends here; only the newest manifest is
+    // read. It is known by the request, not by its URL, which a redirect
+    // may have changed.
+    if (reply == manifestReply) {
+        manifestReply = nullptr;
+        // A run that started meanwhile owns the queue.
+        if (reply->error() == QNetworkReply::NoError && !updating) {
             const QByteArray data = reply->readAll();
-            if (!data.isEmpty())
+            if (data.isEmpty())
+                reportUnusableManifest();
+            else
                 parseManifest(data);
         }
     }
     reply->deleteLater();
+}
+
+void Updater::reportUnusableManifest()
+{
+    // Without this the window would wait on "checking" for good; the next
+    // press checks again instead of using what is left of the queue.
+    manifest = QJsonObject();
+    byteLimits.clear();
+    filesToDownload.clear();
+    recheckRequired = true;
+    emit downloadError(UnusableManifest);
 }
 
 bool Updater::isInstalled() const
@@ -53,13 +96,20 @@ void Updater::parseManifest(const QByteArray &data)
 {
     // Wiped first, so a rejected body leaves nothing of an earlier check.
     manifest = QJsonObject();
+    byteLimits.clear();
     filesToDownload.clear();
 
-    const std::optional<QJsonObject> parsed = Manifest::parse(data);
-    if (!parsed)
+    const std::optional<QJsonObject> parsed = Manifest::parse(data, &byteLimits);
+    if (!parsed) {
+        reportUnusableManifest();
         return;
+    }
     manifest = *parsed;
     verifyInstallation();
+    // Nothing in it could be checked: every key was refused, or there was
+    // none.
+    if (!verificationWatcher)
+        reportUnusableManifest();
 }
 
 void Updater::handleDownloadError(QNetworkReply::NetworkError)

@@ -9,6 +9,12 @@
 
 #include "config/settings.h"
 
+namespace
+{
+    const QString NotStaged = QStringLiteral("Could not create temporary file for download");
+    const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
+}
+
 void Updater::startUpdate()
 {
     if (recheckRequired) {
@@ -24,48 +30,55 @@ void Updater::startUpdate()
             "Update cannot be performed while the game is running. Please close the game before updating."));
         return;
     }
+    if (!lockStaging())
+        return;
+    if (!prepareStagingDirectory()) {
+        unlockStaging();
+        return;
+    }
+    // What a run may move is what verification accepted and what this run
+    // fetches and checks; folders in the way of a file and leftovers of
+    // older versions go now.
+    pruneStagingDirectory();
 
     updating = true;
     currentFileIndex = 0;
     bytesDownloaded = 0;
     totalBytes = 0;
     fileBytesReceived.clear();
+    // A run's speed and progress are its own.
+    lastSpeedSampleTime = QDateTime::currentMSecsSinceEpoch();
+    lastOverallReportTime = 0;
+    bytesSinceSpeedSample = 0;
+    speedSamples.clear();
 
-    // The largest file goes first so that it is never the one left running
-    // alone at the end.
-    qint64 largestSize = 0;
-    qsizetype largest = -1;
-    for (qsizetype i = 0; i < filesToDownload.size(); ++i) {
-        const qint64 size = manifestSize(filesToDownload.at(i));
+    // Largest first, so that the biggest file never runs alone at the end
+    // and the largest file not yet started is always the next one: sorting
+    // once keeps a run of many files linear.
+    QList<QPair<qint64, QString>> bySize;
+    bySize.reserve(filesToDownload.size());
+    for (const QString &file : std::as_const(filesToDownload)) {
+        const qint64 size = manifestSize(file);
         totalBytes += size;
-        if (size > largestSize) {
-            largestSize = size;
-            largest = i;
-        }
+        bySize.append({size, file});
     }
-    if (largest >= 0)
-        filesToDownload.move(largest, 0);
+    std::stable_sort(
+        bySize.begin(), bySize.end(),
+        [](const QPair<qint64, QString> &a, const QPair<qint64, QString> &b) { return a.first > b.first; });
+    for (qsizetype i = 0; i < bySize.size(); ++i)
+        filesToDownload[i] = bySize.at(i).second;
 
     emit stateChanged(isInstalled() ? QStringLiteral("updating") : QStringLiteral("installing"));
     emit overallProgress(0, totalBytes);
     downloadNextFile();
-    endRunIfStalled();
-}
-
-void Updater::endRunIfStalled()
-{
-    // Every start failed (a full disk, say) and each already said why:
-    // nothing in flight could ever end the run, so end it here.
-    if (updating && activeDownloads.isEmpty() && pendingDownloads.isEmpty())
-        cancelAllDownloads();
 }
 
 void Updater::downloadNextFile()
 {
-    while (activeDownloads.size() < maxConcurrentDownloads && currentFileIndex < filesToDownload.size()) {
+    while (updating && activeDownloads.size() < maxConcurrentDownloads && currentFileIndex < filesToDownload.size()) {
         const QString file = filesToDownload.at(currentFileIndex);
-        startFileDownload(fileUrl(file), file);
         ++currentFileIndex;
+        startFileDownload(fileUrl(file), file);
     }
 }
 
@@ -79,15 +92,16 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
     const QString relative = fileName.startsWith(QLatin1Char('/')) ? fileName.mid(1) : fileName;
     const QString stagedPath = stagingDirectory() + QLatin1Char('/') + relative;
     if (!QDir().mkpath(QFileInfo(stagedPath).absolutePath())) {
-        emit downloadError(QStringLiteral("Could not create directory path for download"));
+        failRun(QStringLiteral("Could not create directory path for download"));
         return;
     }
 
-    // Truncates what an earlier attempt left: transfers never resume.
+    // Truncates what an earlier attempt left: transfers never resume. A run
+    // with a file missing must not end as complete.
     auto *file = new QFile(stagedPath);
-    if (!file->open(QIODevice::WriteOnly)) {
+    if (QFileInfo(stagedPath).isSymLink() || !file->open(QIODevice::WriteOnly)) {
         delete file;
-        emit downloadError(QStringLiteral("Could not create temporary file for download"));
+        failRun(NotStaged);
         return;
     }
 
@@ -99,6 +113,7 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
     connect(reply, &QNetworkReply::downloadProgress, this,
             [this, reply](qint64 bytesReceived, qint64) { handleFileProgress(reply, bytesReceived); });
     connect(reply, &QNetworkReply::finished, this, [this, reply] { handleFileFinished(reply); });
+    watchTransfer(reply);
 }
 
 void Updater::writeReceivedData(QNetworkReply *reply)
@@ -107,14 +122,15 @@ void Updater::writeReceivedData(QNetworkReply *reply)
     if (it == activeDownloads.constEnd() || !it->file)
         return;
     const QByteArray data = reply->readAll();
-    if (it->file->write(data) != data.size()) {
-        emit downloadError(QStringLiteral("Failed to write download data to file"));
-        finishDownload(reply);
-        // The file is dropped from this run; the rest goes on.
-        if (activeDownloads.isEmpty())
-            downloadNextFile();
-        endRunIfStalled();
+    // A body longer than the manifest's size cannot be the file, and an
+    // endless one would fill the disk.
+    const qint64 limit = transferLimit(it->fileName);
+    if (limit >= 0 && it->file->pos() + data.size() > limit) {
+        failRun(QStringLiteral("File verification failed"));
+        return;
     }
+    if (it->file->write(data) != data.size())
+        failRun(QStringLiteral("Failed to write download data to file"));
 }
 
 void Updater::handleFileFinished(QNetworkReply *reply)
@@ -131,12 +147,12 @@ void Updater::handleFileFinished(QNetworkReply *reply)
         return;
     }
 
+    writeReceivedData(reply);
+    if (!updating)
+        return;
     QFile *file = it->file;
     const QString fileName = it->fileName;
     const QString expectedChecksum = it->expectedChecksum;
-    const QByteArray rest = reply->readAll();
-    if (!rest.isEmpty())
-        file->write(rest);
     file->flush();
     file->close();
 
@@ -146,82 +162,41 @@ void Updater::handleFileFinished(QNetworkReply *reply)
         cancelAllDownloads();
         return;
     }
-
-    const qint64 size = manifestSize(fileName);
-    bool largest = true;
-    for (const ActiveDownload &download : std::as_const(activeDownloads)) {
-        if (download.reply != reply && manifestSize(download.fileName) > size) {
-            largest = false;
-            break;
-        }
-    }
+    verifiedStagedFiles.insert(fileName);
 
     handleFileProgress(reply, QFileInfo(file->fileName()).size());
     finishDownload(reply);
-    if (largest)
-        startLargestRemainingFile();
 
-    while (!pendingDownloads.isEmpty() && activeDownloads.size() < maxConcurrentDownloads) {
+    while (updating && !pendingDownloads.isEmpty() && activeDownloads.size() < maxConcurrentDownloads) {
         const PendingDownload next = pendingDownloads.takeFirst();
         startFileDownload(next.url, next.fileName);
     }
     downloadNextFile();
 
-    if (activeDownloads.isEmpty() && pendingDownloads.isEmpty() && currentFileIndex >= filesToDownload.size())
+    if (updating && activeDownloads.isEmpty() && pendingDownloads.isEmpty()
+        && currentFileIndex >= filesToDownload.size())
         finishRun();
-}
-
-void Updater::startLargestRemainingFile()
-{
-    QString best;
-    qint64 bestSize = 0;
-    for (qsizetype i = currentFileIndex; i < filesToDownload.size(); ++i) {
-        const QString &name = filesToDownload.at(i);
-        const bool inFlight
-            = std::any_of(activeDownloads.cbegin(), activeDownloads.cend(),
-                          [&name](const ActiveDownload &download) { return download.fileName == name; });
-        if (inFlight)
-            continue;
-        const qint64 size = manifestSize(name);
-        if (size > bestSize) {
-            bestSize = size;
-            best = name;
-        }
-    }
-    if (best.isEmpty())
-        return;
-
-    startFileDownload(fileUrl(best), best);
-    // Keep the started files exactly the ones before currentFileIndex.
-    const qsizetype index = filesToDownload.indexOf(best);
-    if (index >= currentFileIndex) {
-        filesToDownload.move(index, currentFileIndex);
-        ++currentFileIndex;
-    }
 }
 
 void Updater::handleFileFailure(QNetworkReply *reply)
 {
-    // Cleared first, so releasing the reply starts nothing deferred.
-    updating = false;
-    const QString error = reply->errorString();
-    finishDownload(reply);
-    pendingDownloads.clear();
+    failRun(reply->property(StalledProperty).toBool() ? Stalled : reply->errorString());
+}
 
-    const QList<QNetworkReply *> others = activeDownloads.keys();
-    for (QNetworkReply *other : others) {
-        ActiveDownload download = activeDownloads.take(other);
-        QObject::disconnect(other, nullptr, nullptr, nullptr);
-        lastBytesByReply.remove(other);
-        other->abort();
-        delete download.file;
-        other->deleteLater();
-    }
+void Updater::failRun(const QString &message)
+{
+    // Cleared first, so releasing the replies starts nothing deferred.
+    updating = false;
+    pendingDownloads.clear();
+    const QList<QNetworkReply *> replies = activeDownloads.keys();
+    for (QNetworkReply *reply : replies)
+        finishDownload(reply);
+    unlockStaging();
 
     if (QCoreApplication::closingDown())
         return;
     emit stateChanged(QStringLiteral("update"));
-    emit downloadError(error);
+    emit downloadError(message);
 }
 
 void Updater::releaseReply(QNetworkReply *reply)
@@ -250,7 +225,7 @@ void Updater::finishDownload(QNetworkReply *reply)
 
     if (QCoreApplication::closingDown() || !updating)
         return;
-    while (activeDownloads.size() < maxConcurrentDownloads && !pendingDownloads.isEmpty()) {
+    while (updating && activeDownloads.size() < maxConcurrentDownloads && !pendingDownloads.isEmpty()) {
         const PendingDownload next = pendingDownloads.takeFirst();
         startFileDownload(next.url, next.fileName);
     }
@@ -269,6 +244,7 @@ void Updater::cancelAllDownloads()
     bytesDownloaded = 0;
     currentFileIndex = 0;
     updating = false;
+    unlockStaging();
 
     if (!QCoreApplication::closingDown())
         emit stateChanged(QStringLiteral("update"));
@@ -283,15 +259,14 @@ void Updater::handleFileProgress(QNetworkReply *reply, qint64 bytesReceived)
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     const qint64 elapsed = now - lastSpeedSampleTime;
     const qint64 delta = bytesReceived - lastBytesByReply.value(reply, 0);
-    if (delta > 0)
+    if (delta > 0) {
+        // Kept as a running sum: adding up every file on every event would
+        // make a run of many files quadratic.
+        bytesDownloaded += bytesReceived - fileBytesReceived.value(it->fileName, 0);
         fileBytesReceived.insert(it->fileName, bytesReceived);
-
-    bytesDownloaded = 0;
-    for (const qint64 bytes : std::as_const(fileBytesReceived))
-        bytesDownloaded += bytes;
-    lastBytesByReply.insert(reply, bytesReceived);
-    if (delta > 0)
         bytesSinceSpeedSample += delta;
+    }
+    lastBytesByReply.insert(reply, bytesReceived);
 
     if (elapsed >= 1000) {
         speedSamples.append(bytesSinceSpeedSample * 1000 / elapsed);
@@ -305,7 +280,12 @@ void Updater::handleFileProgress(QNetworkReply *reply, qint64 bytesReceived)
         bytesSinceSpeedSample = 0;
         QMetaObject::invokeMethod(
             this, [this, average] { emit downloadProgress(average); }, Qt::QueuedConnection);
-    } else if (elapsed >= 50) {
+    }
+    // Timed from the last overall report, not from the speed sample: with
+    // bursty delivery every event could otherwise fall in the sample's
+    // shadow and the circle would never move.
+    if (now - lastOverallReportTime >= 50) {
+        lastOverallReportTime = now;
         QMetaObject::invokeMethod(
             this, [this] { emit overallProgress(bytesDownloaded, totalBytes); }, Qt::QueuedConnection);
     }

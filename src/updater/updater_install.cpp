@@ -21,10 +21,38 @@ namespace
     const QString TimedOut = QStringLiteral("Installation process timed out after 5 minutes");
     const QString ToolFailed = QStringLiteral("Installation process failed");
 
+    bool canWriteProbe(const QString &directory)
+    {
+        QFile probe(directory + QStringLiteral("/.write_test"));
+        if (!probe.open(QIODevice::WriteOnly))
+            return false;
+        probe.close();
+        probe.remove();
+        return true;
+    }
+
+    // Removing a tree takes the right to change every folder in it and the
+    // one that holds it; a tree the player owns goes without a password.
+    bool canRemoveTree(const QString &root)
+    {
+        const QFileInfo info(root);
+        if (!info.exists() || !QFileInfo(info.absolutePath()).isWritable() || !canWriteProbe(root))
+            return false;
+        QDirIterator it(root, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            it.next();
+            if (!it.fileInfo().isSymLink() && !it.fileInfo().isWritable())
+                return false;
+        }
+        return true;
+    }
+
     // Whether the destination can be written as we are; creates it when it
     // is missing, as the move would.
-    bool needsElevation(const QString &destination)
+    bool needsElevation(const QString &source, const QString &destination)
     {
+        if (destination.isEmpty())
+            return !canRemoveTree(source);
         if (QFileInfo(destination).exists()) {
             QFile probe(destination + QStringLiteral("/.write_test"));
             if (!probe.open(QIODevice::WriteOnly))
@@ -40,6 +68,7 @@ namespace
 void Updater::finishRun()
 {
     updating = false;
+    pruneStagingDirectory();
 
     // The marker travels with the staged files, so it arrives only when the
     // whole move has.
@@ -48,7 +77,10 @@ void Updater::finishRun()
         marker.close();
 
     const QString staging = QDir::toNativeSeparators(QDir::cleanPath(stagingDirectory()));
-    if (runInstaller(staging, Settings::instance()->installPath(), {})) {
+    const bool installed = runInstaller(staging, Settings::instance()->installPath(), {});
+    unlockStaging();
+    if (installed) {
+        verifiedStagedFiles.clear();
         emit updateComplete();
         return;
     }
@@ -58,7 +90,7 @@ void Updater::finishRun()
 
 bool Updater::runInstaller(const QString &source, const QString &destination, const QStringList &ignore)
 {
-    const bool elevate = Platform::canElevate() && needsElevation(destination);
+    const bool elevate = Platform::canElevate() && needsElevation(source, destination);
     const QString program
         = QDir::toNativeSeparators(toolProgram.isEmpty() ? QCoreApplication::applicationFilePath() : toolProgram);
     const QString joinedIgnore = ignore.join(QLatin1Char(','));
@@ -72,10 +104,11 @@ bool Updater::runInstaller(const QString &source, const QString &destination, co
 bool Updater::runInstallerElevated(const QString &program, const QString &source, const QString &destination,
                                    const QString &ignore)
 {
-    // One pass, so a "%2" inside a path is not replaced again.
-    const QString parameters
-        = QStringLiteral("--source \"%1\" --dest \"%2\" --ignore \"%3\"").arg(source, destination, ignore);
-    const Platform::ElevatedRun run = Platform::runElevated(program, parameters, ToolRunTimeoutMs);
+    // Separate values all the way: a path may hold quotes, blanks or end in a
+    // separator, and an empty value must arrive as one.
+    const QStringList arguments {QStringLiteral("--source"), source, QStringLiteral("--dest"), destination,
+                                 QStringLiteral("--ignore"), ignore};
+    const Platform::ElevatedRun run = Platform::runElevated(program, arguments, ToolRunTimeoutMs);
     switch (run.outcome) {
     case Platform::ElevatedRun::Refused:
         emit downloadError(NoWriteAccess);
@@ -125,16 +158,27 @@ bool Updater::runInstallerDirectly(const QString &program, const QString &source
 
 int Updater::installStagedFiles()
 {
+    // Only what the last complete verification vouched for may be moved,
+    // and never under a run that is still filling the folder.
     const QString staging = stagingDirectory();
-    if (!QDir(staging).exists())
+    if (updating || !stagedFilesKnown || !QDir(staging).exists())
         return 2;
+    if (!lockStaging())
+        return 1;
+    pruneStagingDirectory();
 
     // Empty directories of an earlier run count for nothing; a marker left
     // by a run whose move failed does count.
     QDirIterator it(staging, QDir::Files | QDir::NoDotAndDotDot | Platform::visibleDotFileFilter(),
                     QDirIterator::Subdirectories);
-    if (!it.hasNext())
+    if (!it.hasNext()) {
+        unlockStaging();
         return 2;
+    }
 
-    return runInstaller(staging, Settings::instance()->installPath(), {}) ? 0 : 1;
+    const bool installed = runInstaller(staging, Settings::instance()->installPath(), {});
+    unlockStaging();
+    if (installed)
+        verifiedStagedFiles.clear();
+    return installed ? 0 : 1;
 }

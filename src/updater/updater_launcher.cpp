@@ -1,6 +1,8 @@
 #include "updater/updater.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QProcess>
 
@@ -17,6 +19,7 @@ void Updater::checkLauncherVersion()
 
     QNetworkReply *reply = networkManager.get(makeRequest(QUrl(settings->launcherUpdateUrl())));
     launcherVersionReply = reply;
+    watchTransfer(reply);
     // A failure is seen in the reply itself when it finishes.
     connect(reply, &QNetworkReply::finished, this, [this, reply] { handleLauncherVersionReply(reply); });
 }
@@ -45,10 +48,23 @@ void Updater::handleLauncherVersionReply(QNetworkReply *reply)
     if (UserPrompt::question(QStringLiteral("Launcher Update"), QStringLiteral("Install new version now?"))
         == UserPrompt::Answer::Yes) {
         // The updater replaces this file, so it must run on after we exit.
-        QProcess::startDetached(
-            QCoreApplication::applicationDirPath() + QStringLiteral("/updater.exe"),
-            {QStringLiteral("--path"), QCoreApplication::applicationFilePath(), QStringLiteral("--url"), url},
-            QString());
+        const QString updater = QCoreApplication::applicationDirPath() + QStringLiteral("/updater.exe");
+        const bool started = QFileInfo(updater).isFile()
+            && QProcess::startDetached(updater,
+                                       {QStringLiteral("--path"), QCoreApplication::applicationFilePath(),
+                                        QStringLiteral("--url"), url},
+                                       QString());
+        if (!started) {
+            // Leaving without a word would look like a crash; an old
+            // launcher that still works is better than none.
+            UserPrompt::critical(QStringLiteral("Launcher Update"),
+                                 QStringLiteral("The launcher updater could not be started (%1). This launcher will "
+                                                "carry on with its current version.")
+                                     .arg(QDir::toNativeSeparators(updater)));
+            emit launcherVersionCheckComplete(true);
+            reply->deleteLater();
+            return;
+        }
     } else {
         UserPrompt::critical(QStringLiteral("Launcher Update"), QStringLiteral("Update cancelled. Exiting now."));
     }

@@ -16,5 +16,5 @@ bool Updater::isGameRunning() const
     // the game from another directory answers for all.
     const QString expected = QDir::toNativeSeparators(QDir::cleanPath(QDir::toNativeSeparators(settings->installPath())
                                                                       + QLatin1Char('/') + settings->executableName()));
-    return QString::compare(QDir::toNativeSeparators(*image), expected, Qt::CaseInsensitive) == 0;
+    return Platform::isSameExecutable(*image, expected);
 }

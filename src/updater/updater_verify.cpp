@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QHash>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QThread>
@@ -41,12 +42,62 @@ namespace
         return QDir::toNativeSeparators(QDir::cleanPath(root + QLatin1Char('/') + relativePath));
     }
 
+    // Only a regular file is ever opened: a FIFO would block its reader for
+    // good, and a link may lead anywhere.
+    bool isPlainFile(const QFileInfo &info)
+    {
+        return info.isFile() && !info.isSymLink();
+    }
+
     bool isStagedCopyValid(const QString &stagingDirectory, const QString &relativePath,
                            const QString &expectedChecksum)
     {
         const QString path = filePath(stagingDirectory, relativePath);
-        return QFile::exists(path) && Updater::fileChecksum(path) == expectedChecksum;
+        return isPlainFile(QFileInfo(path)) && Updater::fileChecksum(path) == expectedChecksum;
     }
+
+    // Whether folders of the install directory stay inside it once links
+    // are followed. A folder is resolved once per verification and shared by
+    // all chunks, since a game holds many files per folder.
+    class Containment
+    {
+    public:
+        explicit Containment(const QString &root)
+            : m_root(QDir::cleanPath(QFileInfo(root).absoluteFilePath()))
+            , m_canonicalRoot(QFileInfo(root).canonicalFilePath())
+        { }
+
+        bool contains(const QString &path)
+        {
+            // Nothing is there yet, so nothing can lead out.
+            if (m_canonicalRoot.isEmpty())
+                return true;
+            QString folder = QFileInfo(path).path();
+            {
+                const QMutexLocker locker(&m_mutex);
+                const auto known = m_folders.constFind(folder);
+                if (known != m_folders.constEnd())
+                    return *known;
+            }
+            // A folder that does not exist yet is judged by the nearest one
+            // that does; the move creates the rest below it.
+            QString existing = folder;
+            while (!QFileInfo::exists(existing) && existing.size() > m_root.size())
+                existing = QFileInfo(existing).path();
+            const QString canonical = QFileInfo(existing).canonicalFilePath();
+            const bool inside
+                = canonical == m_canonicalRoot || canonical.startsWith(m_canonicalRoot + QLatin1Char('/'));
+            const QMutexLocker locker(&m_mutex);
+            m_folders.insert(folder, inside);
+            return inside;
+        }
+
+    private:
+        const QString m_root;
+        const QString m_canonicalRoot;
+        QMutex m_mutex;
+        QHash<QString, bool> m_folders;
+    };
 }
 
 bool Updater::isStagedFileValid(const QString &relativePath, const QString &expectedChecksum)
@@ -56,11 +107,11 @@ bool Updater::isStagedFileValid(const QString &relativePath, const QString &expe
 
 QList<QString> Updater::verifyInstallation()
 {
-    // A check that replaces a running one waits for its chunks in progress;
-    // its outcome must never arrive.
-    stopVerification();
+    retireVerification();
     verificationResults.clear();
     filesToDownload.clear();
+    verifiedStagedFiles.clear();
+    stagedFilesKnown = false;
 
     QList<VerificationTask> tasks;
     for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it) {
@@ -72,11 +123,13 @@ QList<QString> Updater::verifyInstallation()
     if (tasks.isEmpty())
         return verificationResults;
 
-    verificationWatcher = new QFutureWatcher<QList<QString>>(this);
+    verificationWatcher = new QFutureWatcher<VerificationChunkResult>(this);
     auto progress = std::make_shared<SharedProgress>();
+    currentVerification = progress;
     progress->totalFiles = static_cast<int>(tasks.size());
     progress->sinceFlush.start();
-    connect(verificationWatcher, &QFutureWatcher<QList<QString>>::finished, this, &Updater::handleVerificationFinished);
+    connect(verificationWatcher, &QFutureWatcher<VerificationChunkResult>::finished, this,
+            &Updater::handleVerificationFinished);
     emit verificationStarted(progress->totalFiles);
 
     const qsizetype chunkSize = QThread::idealThreadCount();
@@ -88,22 +141,29 @@ QList<QString> Updater::verifyInstallation()
     // thread's, and a new install path brings a new check anyway.
     const QString installPath = Settings::instance()->installPath();
     const QString staging = stagingDirectory();
-    const auto verifyChunk = [this, progress, installPath, staging](const QList<VerificationTask> &chunk) {
-        QList<QString> failed;
+    auto containment = std::make_shared<Containment>(installPath);
+    const auto verifyChunk = [this, progress, installPath, staging, containment](const QList<VerificationTask> &chunk) {
+        VerificationChunkResult result;
         for (const VerificationTask &task : chunk) {
             const QString path = filePath(installPath, task.relativePath);
-            const QFileInfo info(path);
-            bool good = false;
-            // An unreadable file fails to open and counts as a mismatch, the
-            // same outcome without asking the file system once more per file.
-            if (info.exists() && info.isFile()) {
-                const QString digest = fileChecksum(path);
-                good = !digest.isEmpty() && digest == task.expectedChecksum;
+            if (!containment->contains(path)) {
+                result.outside.append(task.relativePath);
+            } else {
+                bool good = false;
+                const QFileInfo info(path);
+                // An unreadable file fails to open and counts as a mismatch,
+                // the same outcome without asking the file system once more.
+                if (isPlainFile(info)) {
+                    const QString digest = fileChecksum(path);
+                    good = !digest.isEmpty() && digest == task.expectedChecksum;
+                }
+                if (!good && isStagedCopyValid(staging, task.relativePath, task.expectedChecksum)) {
+                    good = true;
+                    result.staged.append(task.relativePath);
+                }
+                if (!good)
+                    result.failed.append(task.relativePath);
             }
-            if (!good)
-                good = isStagedCopyValid(staging, task.relativePath, task.expectedChecksum);
-            if (!good)
-                failed.append(task.relativePath);
 
             // Every count is announced once, in ascending order, and before
             // the watcher's finished, but the GUI thread is woken at most once
@@ -118,17 +178,20 @@ QList<QString> Updater::verifyInstallation()
                     this, [this, progress] { announceProgress(progress); }, Qt::QueuedConnection);
             }
         }
-        return failed;
+        return result;
     };
 
     verificationWatcher->setFuture(
         QtConcurrent::mapped(QThreadPool::globalInstance(), chunks,
-                             std::function<QList<QString>(const QList<VerificationTask> &)>(verifyChunk)));
+                             std::function<VerificationChunkResult(const QList<VerificationTask> &)>(verifyChunk)));
     return verificationResults;
 }
 
 void Updater::announceProgress(const std::shared_ptr<SharedProgress> &progress)
 {
+    // A replaced verification's counts would move the circle backwards.
+    if (progress != currentVerification)
+        return;
     int from = 0;
     int to = 0;
     {
@@ -145,13 +208,26 @@ void Updater::announceProgress(const std::shared_ptr<SharedProgress> &progress)
 
 void Updater::handleVerificationFinished()
 {
-    const QList<QList<QString>> results = verificationWatcher->future().results();
-    for (const QList<QString> &chunk : results)
-        verificationResults.append(chunk);
+    QList<QString> outside;
+    const QList<VerificationChunkResult> results = verificationWatcher->future().results();
+    for (const VerificationChunkResult &chunk : results) {
+        verificationResults.append(chunk.failed);
+        outside.append(chunk.outside);
+        for (const QString &file : chunk.staged)
+            verifiedStagedFiles.insert(file);
+    }
     filesToDownload = verificationResults;
+    stagedFilesKnown = true;
 
     if (!filesToDownload.isEmpty())
         emit updateAvailable(isInstalled() ? QStringLiteral("update") : QStringLiteral("install"));
     else
         emit noUpdateAvailable();
+
+    // Left alone and said last, so that it is the message the player reads.
+    if (!outside.isEmpty()) {
+        emit downloadError(QStringLiteral("A folder in the install directory leads outside it, so these files were "
+                                          "left alone: %1. Remove the link and check again.")
+                               .arg(QStringList(outside.mid(0, 5)).join(QStringLiteral(", "))));
+    }
 }

@@ -54,6 +54,7 @@ void TestHttpServer::reset()
 {
     m_contents.clear();
     m_faults.clear();
+    m_redirects.clear();
     resetStatistics();
 }
 
@@ -127,8 +128,20 @@ bool TestHttpServer::readFile(const QString &path, QByteArray *body) const
     return true;
 }
 
+void TestHttpServer::setRedirect(const QString &path, const QString &target)
+{
+    m_redirects.insert(path, target);
+}
+
 void TestHttpServer::respond(QTcpSocket *socket, const QString &path)
 {
+    const auto redirect = m_redirects.constFind(path);
+    if (redirect != m_redirects.constEnd()) {
+        socket->write("HTTP/1.1 302 Found\r\nLocation: " + redirect->toUtf8()
+                      + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+        socket->disconnectFromHost();
+        return;
+    }
     const Fault fault = m_faults.value(path);
     if (fault.kind == Fault::Status) {
         send(socket, fault.status, QByteArrayLiteral("injected failure\n"), Fault());

@@ -47,6 +47,8 @@ public:
     void setRootDirectory(const QString &prefix, const QString &directory);
     void setContent(const QString &path, const QByteArray &body, int status = 200);
     void setFault(const QString &path, const Fault &fault);
+    // Answers `path` with "302 Found" pointing at `target`.
+    void setRedirect(const QString &path, const QString &target);
     void clearFaults();
     // Forgets contents, faults and statistics.
     void reset();
@@ -70,6 +72,7 @@ private:
     QString m_directory;
     QHash<QString, QPair<QByteArray, int>> m_contents;
     QHash<QString, Fault> m_faults;
+    QHash<QString, QString> m_redirects;
     QHash<QTcpSocket *, QByteArray> m_pending;
     QSet<QTcpSocket *> m_inFlight;
     QStringList m_requests;

@@ -1,3 +1,4 @@
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
@@ -58,8 +59,13 @@ void TestLauncherVersion::versions_data()
 
     const QStringList none;
     QTest::newRow("same version") << QByteArray(R"({"version": "0.0.1", "url": "u"})") << 200 << false << true << none;
-    QTest::newRow("newer, accepted") << QByteArray(R"({"version": "0.0.2", "url": "u"})") << 200 << true << false
-                                     << QStringList {"Launcher Update: Install new version now?"};
+    // No updater program lies beside the test: say so and carry on.
+    QTest::newRow("newer, accepted, no updater")
+        << QByteArray(R"({"version": "0.0.2", "url": "u"})") << 200 << true << true
+        << QStringList {"Launcher Update: Install new version now?",
+                        "Launcher Update: The launcher updater could not be started ("
+                            + QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + "/updater.exe")
+                            + "). This launcher will carry on with its current version."};
     QTest::newRow("older, refused") << QByteArray(R"({"version": "0.0.0"})") << 200 << false << false
                                     << QStringList {"Launcher Update: Install new version now?",
                                                     "Launcher Update: Update cancelled. Exiting now."};

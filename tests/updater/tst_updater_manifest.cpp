@@ -10,6 +10,8 @@ class TestManifest : public QObject
 private slots:
     void parse_data();
     void parse();
+    void uncompress_data();
+    void uncompress();
     void safePaths_data();
     void safePaths();
     void fileUrl_data();
@@ -54,6 +56,10 @@ void TestManifest::parse_data()
         << framed(R"({"files": {"/game.exe": {"checksum": "00000001", "size": 9}},
                       "binary": {"file": "/game.exe", "checksum": "00000002", "size": "9"}})")
         << true << QByteArray(R"({"/game.exe": {"checksum": "00000002", "size": "9"}})");
+    QTest::newRow("negative and overflowing sizes left out")
+        << framed(R"({"files": {"/a": {"checksum": "1", "size": -5}, "/b": {"checksum": "2", "size": 9e18},
+                                "/c": {"checksum": "3", "size": 9e18}, "/d": {"checksum": "4", "size": 7}}})")
+        << true << QByteArray(R"({"/b": {"checksum": "2", "size": 9e18}, "/d": {"checksum": "4", "size": 7}})");
     QTest::newRow("binary not an object")
         << framed(R"({"files": {}, "binary": 3})") << true << QByteArray(R"({"": {"checksum": "", "size": ""}})");
 }
@@ -68,6 +74,33 @@ void TestManifest::parse()
     QCOMPARE(manifest.has_value(), accepted);
     if (accepted)
         QCOMPARE(*manifest, QJsonDocument::fromJson(expected).object());
+}
+
+void TestManifest::uncompress_data()
+{
+    QTest::addColumn<QByteArray>("block");
+    QTest::addColumn<qsizetype>("limit");
+    QTest::addColumn<QByteArray>("expected");
+
+    const QByteArray text = QByteArray(3000, 'j') + "son";
+    const QByteArray stream = qCompress(text).mid(4);
+    QTest::newRow("as qCompress writes it") << qCompress(text) << qsizetype(10000) << text;
+    // The length is a hint only: a huge one must not be allocated, a wrong
+    // one must not cut the data.
+    QTest::newRow("declares 4 GiB") << QByteArray::fromHex("ffffffff") + stream << qsizetype(10000) << text;
+    QTest::newRow("declares too little") << QByteArray::fromHex("00000001") + stream << qsizetype(10000) << text;
+    QTest::newRow("declares nothing") << QByteArray::fromHex("00000000") + stream << qsizetype(10000) << QByteArray();
+    QTest::newRow("inflates past the limit") << qCompress(text) << qsizetype(3002) << QByteArray();
+    QTest::newRow("stream cut short") << qCompress(text).left(12) << qsizetype(10000) << QByteArray();
+    QTest::newRow("header only") << QByteArray::fromHex("00000010") << qsizetype(10000) << QByteArray();
+}
+
+void TestManifest::uncompress()
+{
+    QFETCH(QByteArray, block);
+    QFETCH(qsizetype, limit);
+    QFETCH(QByteArray, expected);
+    QCOMPARE(Manifest::uncompress(block, limit).value_or(QByteArray()), expected);
 }
 
 void TestManifest::safePaths_data()

@@ -36,10 +36,20 @@ private slots:
     void networkFaults();
     void stalledRunCanBeCancelled();
     void largestFirstWithinTheLimit();
+    void progressAndSpeed_data();
     void progressAndSpeed();
     void hostileKeysAreNeverTouched();
     void brokenManifests_data();
     void brokenManifests();
+    void hostileServers_data();
+    void hostileServers();
+    void redirectedManifest();
+    void olderCheckNeverReplacesANewerOne();
+    void stagingIsPrivate();
+    void linkedFolderIsLeftAlone();
+    void fileThatCannotBeStagedFailsTheRun();
+    void secondLauncherIsTurnedAway();
+    void ownTreeIsDeletedWithoutPassword();
     void manifestRequestFails();
     void installFailureRequiresRecheck();
     void gameRunning();
@@ -67,6 +77,23 @@ private:
 namespace
 {
     const QString ManifestPath = QStringLiteral("/game/checksums.txt.gz");
+    const QString UnusableManifest
+        = QStringLiteral("The patch server sent a list of game files that cannot be used. Please try again later.");
+    const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
+
+    void writeFile(const QString &path, const QByteArray &content)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
+    }
+
+    QByteArray readFile(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+    }
 
     QByteArray bytes(qsizetype size, char fill)
     {
@@ -97,6 +124,9 @@ void TestUpdaterRun::initTestCase()
     file.write(QJsonDocument(configuration).toJson());
     file.close();
     m_settings = std::make_unique<Settings>(file.fileName(), nullptr);
+    // Private to the user and kept across reboots, not in the shared /tmp.
+    QVERIFY(Updater::stagingDirectory().startsWith(
+        QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + QLatin1Char('/')));
     QVERIFY(Updater::stagingDirectory().startsWith(m_isolation.home()));
 }
 
@@ -422,10 +452,21 @@ void TestUpdaterRun::largestFirstWithinTheLimit()
     QCOMPARE(m_server.maxConcurrentRequests(), qMin(maxConcurrentDownloads, int(files.size())));
 }
 
+void TestUpdaterRun::progressAndSpeed_data()
+{
+    QTest::addColumn<qint64>("piece");
+    QTest::addColumn<int>("intervalMs");
+    QTest::newRow("steady") << qint64(30000) << 100;
+    // As a rate-limited server delivers: a burst a second.
+    QTest::newRow("bursts") << qint64(150000) << 1000;
+}
+
 void TestUpdaterRun::progressAndSpeed()
 {
+    QFETCH(qint64, piece);
+    QFETCH(int, intervalMs);
     serve({{"/big.bin", bytes(600000, 'p')}});
-    m_server.setFault(QStringLiteral("/game/big.bin"), {TestHttpServer::Fault::Trickle, 0, 30000, 100});
+    m_server.setFault(QStringLiteral("/game/big.bin"), {TestHttpServer::Fault::Trickle, 0, piece, intervalMs});
     check();
     QVERIFY(waitForOutcome());
 
@@ -436,7 +477,10 @@ void TestUpdaterRun::progressAndSpeed()
     QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 30000));
 
     QCOMPARE(overall.first(), (QVariantList {0LL, 600000LL}));
-    QVERIFY(overall.count() > 3);
+    // The circle moves while bytes arrive, not only at the end.
+    QVERIFY(std::any_of(overall.cbegin(), overall.cend(), [](const QVariantList &a) {
+        return a.at(0).toLongLong() > 0 && a.at(0).toLongLong() < 600000;
+    }));
     qlonglong previous = 0;
     for (const QVariantList &arguments : std::as_const(overall)) {
         QVERIFY(arguments.at(0).toLongLong() >= previous);
@@ -488,24 +532,252 @@ void TestUpdaterRun::brokenManifests_data()
     QTest::newRow("bad JSON") << qCompress("{\"files\": ");
     QTest::newRow("missing files") << qCompress(R"({"binary": {"file": "/a.bin", "checksum": "00000000"}})");
     QTest::newRow("truncated frame") << qCompress(json).left(12);
+    QTest::newRow("empty body") << QByteArray();
+    QTest::newRow("no files listed") << qCompress(R"({"files": {}})");
+    QTest::newRow("every key refused") << qCompress(R"({"files": {"/../a.bin": {"checksum": "0", "size": 0}}})");
+    QTest::newRow("over 64 MiB") << QByteArray(65 * 1024 * 1024, 'x');
 }
 
 void TestUpdaterRun::brokenManifests()
 {
     QFETCH(QByteArray, body);
     m_server.setContent(ManifestPath, body);
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"error:" + UnusableManifest});
+
+    // The button stays usable, and a press asks the server again.
     QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
-    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
+    m_settings->setLastUpdateCheck(QString());
+    m_updater->startUpdate();
+    QCOMPARE(checking.count(), 1);
+}
+
+void TestUpdaterRun::hostileServers_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<qint64>("bytes");
+    QTest::addColumn<int>("intervalMs");
+    QTest::addColumn<QString>("error");
+
+    const QString file = QStringLiteral("/game/a.bin");
+    const QString networkError = QStringLiteral("Network error occurred");
+    QTest::newRow("manifest trickles") << ManifestPath << int(TestHttpServer::Fault::Trickle) << qint64(1) << 100
+                                       << networkError;
+    QTest::newRow("manifest held open") << ManifestPath << int(TestHttpServer::Fault::Stall) << qint64(8) << 0
+                                        << networkError;
+    QTest::newRow("file stalls") << file << int(TestHttpServer::Fault::Stall) << qint64(1000) << 0 << Stalled;
+    QTest::newRow("file trickles") << file << int(TestHttpServer::Fault::Trickle) << qint64(1) << 100 << Stalled;
+    QTest::newRow("file longer than listed")
+        << file << int(TestHttpServer::Fault::None) << qint64(0) << 0 << QStringLiteral("File verification failed");
+}
+
+void TestUpdaterRun::hostileServers()
+{
+    QFETCH(QString, path);
+    QFETCH(int, kind);
+    QFETCH(qint64, bytes);
+    QFETCH(int, intervalMs);
+    QFETCH(QString, error);
+
+    m_updater->setStallTimeout(500);
+    serve({{"/a.bin", ::bytes(200000, 'a')}});
+    if (kind == TestHttpServer::Fault::None) {
+        // The manifest speaks of 4 KiB; the server sends on and on.
+        serveManifest(
+            {{QStringLiteral("/a.bin"),
+              QJsonObject {{QStringLiteral("checksum"), digest(::bytes(4096, 'a'))}, {QStringLiteral("size"), 4096}}}});
+    }
+    m_server.setFault(path, {TestHttpServer::Fault::Kind(kind), 0, bytes, intervalMs});
+    check();
+    QVERIFY(waitForOutcome());
+    if (path != ManifestPath) {
+        m_events.clear();
+        m_updater->startUpdate();
+        QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
+    }
+    QCOMPARE(m_events.last(), "error:" + error);
+    QVERIFY(QFileInfo(Updater::stagingDirectory() + QStringLiteral("/a.bin")).size() <= 4096);
+    QVERIFY(!m_updater->isInstalled());
+}
+
+void TestUpdaterRun::redirectedManifest()
+{
+    serve({{"/a.bin", bytes(1000, 'a')}});
+    QVERIFY(QFile::rename(m_served->filePath(QStringLiteral("checksums.txt.gz")),
+                          m_served->filePath(QStringLiteral("mirror.dat"))));
+    m_server.setRedirect(ManifestPath, QStringLiteral("/game/mirror.dat"));
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:install"});
+}
+
+void TestUpdaterRun::olderCheckNeverReplacesANewerOne()
+{
+    serve({{"/a.bin", bytes(100000, 'a')}});
+    // The first check's manifest is slow and would land in the middle of
+    // the run that the second check allows.
+    m_server.setFault(ManifestPath, {TestHttpServer::Fault::Trickle, 0, 20, 300});
     check();
     QTRY_VERIFY(m_server.requests().contains(ManifestPath));
-    QTest::qWait(300);
-    QCOMPARE(checking.count(), 1);
-    QCOMPARE(started.count(), 0);
-    QCOMPARE(m_events, QStringList());
+    m_server.clearFaults();
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:install"});
 
-    // Nothing queued: a click falls back to the staged-files path.
+    m_server.setFault(QStringLiteral("/game/a.bin"), {TestHttpServer::Fault::Trickle, 0, 10000, 300});
+    m_events.clear();
     m_updater->startUpdate();
-    QCOMPARE(m_events, QStringList {"none"});
+    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 20000));
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(fileRequests(), QStringList {"/game/a.bin"});
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(100000, 'a'));
+}
+
+void TestUpdaterRun::stagingIsPrivate()
+{
+    serve({{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}});
+    const QString staging = Updater::stagingDirectory();
+    const QString victim = m_scratch.filePath(QStringLiteral("victim.txt"));
+    writeFile(victim, "precious");
+    // What another account or an old version could leave: a link to
+    // someone's file, a file the manifest never named, and pipes that block
+    // whoever reads them.
+    writeFile(staging + QStringLiteral("/planted.exe"), "planted");
+    QVERIFY(QFile::link(victim, staging + QStringLiteral("/a.bin")));
+    QDir().mkpath(m_settings->installPath());
+    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {staging + QStringLiteral("/b.bin")}), 0);
+    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {m_settings->installPath() + QStringLiteral("/b.bin")}), 0);
+
+    check();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, QStringList {"available:install"});
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(readFile(victim), QByteArray("precious"));
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
+    QCOMPARE(installed(QStringLiteral("/b.bin")), bytes(2000, 'b'));
+    QVERIFY(!QFileInfo::exists(m_settings->installPath() + QStringLiteral("/planted.exe")));
+    const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
+        | QFile::WriteOther | QFile::ExeOther;
+    QCOMPARE(QFileInfo(staging).permissions() & others, QFile::Permissions());
+
+    // A staging folder that belongs to someone else is not written to.
+    if (QFileInfo(m_scratch.path()).ownerId() != 0)
+        QSKIP("Handing a folder to another account needs root");
+    QCOMPARE(QProcess::execute(QStringLiteral("chown"), {QStringLiteral("65534"), staging}), 0);
+    serve({{"/a.bin", bytes(1500, 'A')}});
+    check();
+    QVERIFY(waitForOutcome());
+    m_server.resetStatistics();
+    m_events.clear();
+    m_updater->startUpdate();
+    QCOMPARE(m_events.size(), 1);
+    QVERIFY2(m_events.first().startsWith(QLatin1String("error:The download folder")), qPrintable(m_events.first()));
+    QVERIFY(fileRequests().isEmpty());
+}
+
+void TestUpdaterRun::linkedFolderIsLeftAlone()
+{
+    const QString outside = m_scratch.filePath(QStringLiteral("outside"));
+    writeFile(outside + QStringLiteral("/x.bin"), "mine");
+    QDir().mkpath(m_settings->installPath());
+    QVERIFY(QFile::link(outside, m_settings->installPath() + QStringLiteral("/data")));
+    serve({{"/data/x.bin", bytes(100, 'x')}, {"/y.bin", bytes(100, 'y')}});
+
+    check();
+    QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 2; }, 10000));
+    QCOMPARE(m_events.first(), QStringLiteral("available:install"));
+    QVERIFY2(m_events.at(1).contains(QLatin1String("/data/x.bin")), qPrintable(m_events.at(1)));
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(fileRequests(), QStringList {"/game/y.bin"});
+    QCOMPARE(readFile(outside + QStringLiteral("/x.bin")), QByteArray("mine"));
+}
+
+void TestUpdaterRun::fileThatCannotBeStagedFailsTheRun()
+{
+    // A folder of an older version where a file now goes is cleared away.
+    serve({{"/a.bin", bytes(1000, 'a')}});
+    writeFile(Updater::stagingDirectory() + QStringLiteral("/a.bin/old.dat"), "old");
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(waitForOutcome());
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
+
+    // "/c" and "/c/d.bin" cannot both be files: the run must not pass for
+    // complete without one of them.
+    QDir(m_settings->installPath()).removeRecursively();
+    serve({{"/c/d.bin", bytes(3000, 'd')}});
+    m_server.setContent(QStringLiteral("/game/c"), bytes(10, 'c'));
+    serveManifest(
+        {{QStringLiteral("/c"),
+          QJsonObject {{QStringLiteral("checksum"), digest(bytes(10, 'c'))}, {QStringLiteral("size"), 10}}},
+         {QStringLiteral("/c/d.bin"),
+          QJsonObject {{QStringLiteral("checksum"), digest(bytes(3000, 'd'))}, {QStringLiteral("size"), 3000}}}});
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
+    QCOMPARE(m_events,
+             (QStringList {"state:installing", "state:update", "error:Could not create temporary file for download"}));
+    QVERIFY(!m_updater->isInstalled());
+}
+
+void TestUpdaterRun::secondLauncherIsTurnedAway()
+{
+    serve({{"/a.bin", bytes(100000, 'a')}});
+    m_server.setFault(QStringLiteral("/game/a.bin"), {TestHttpServer::Fault::Trickle, 0, 20000, 200});
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+
+    Updater second;
+    QStringList secondEvents;
+    connect(&second, &Updater::updateAvailable, this, [&](const QString &kind) { secondEvents << kind; });
+    connect(&second, &Updater::downloadError, this, [&](const QString &error) { secondEvents << error; });
+    connect(&second, &Updater::stateChanged, this, [&](const QString &state) { secondEvents << state; });
+    m_settings->setLastUpdateCheck(QString());
+    second.checkForUpdates();
+    QTRY_COMPARE(secondEvents, QStringList {"install"});
+    second.startUpdate();
+    // Turned away before it touches the staging directory: no run starts.
+    QCOMPARE(secondEvents.size(), 2);
+    QVERIFY2(secondEvents.last().contains(QLatin1String("another launcher")), qPrintable(secondEvents.last()));
+
+    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 20000));
+    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(100000, 'a'));
+}
+
+void TestUpdaterRun::ownTreeIsDeletedWithoutPassword()
+{
+    // A stand-in for polkit that notes it was asked.
+    const QString bin = m_scratch.filePath(QStringLiteral("bin"));
+    const QString asked = m_scratch.filePath(QStringLiteral("asked"));
+    writeFile(bin + QStringLiteral("/pkexec"), "#!/bin/sh\ntouch '" + asked.toUtf8() + "'\nexec \"$@\"\n");
+    QFile::setPermissions(bin + QStringLiteral("/pkexec"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", bin.toUtf8() + ':' + path);
+
+    const QString tree = m_scratch.filePath(QStringLiteral("tree"));
+    writeFile(tree + QStringLiteral("/sub/a.bin"), "a");
+    writeFile(tree + QStringLiteral("/.initcomplete"), "");
+    const bool removed = m_updater->runInstaller(tree, QString(), {});
+    qputenv("PATH", path);
+    QVERIFY(removed);
+    QVERIFY(!QFileInfo::exists(tree));
+    QVERIFY(!QFileInfo::exists(asked));
 }
 
 void TestUpdaterRun::manifestRequestFails()
