@@ -30,6 +30,9 @@ struct ActiveDownload
     QString expectedChecksum;
     QNetworkReply *reply = nullptr;
     QFile *file = nullptr;
+    // CRC-32 of the bytes written so far; the finished file is judged by it
+    // instead of being read back from the disk.
+    quint32 crc = 0;
 };
 
 // A transfer deferred because every slot was taken.

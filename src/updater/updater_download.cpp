@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include "config/settings.h"
+#include "updater/crc32.h"
 
 namespace
 {
@@ -118,8 +119,8 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
 
 void Updater::writeReceivedData(QNetworkReply *reply)
 {
-    const auto it = activeDownloads.constFind(reply);
-    if (it == activeDownloads.constEnd() || !it->file)
+    const auto it = activeDownloads.find(reply);
+    if (it == activeDownloads.end() || !it->file)
         return;
     const QByteArray data = reply->readAll();
     // A body longer than the manifest's size cannot be the file, and an
@@ -129,8 +130,11 @@ void Updater::writeReceivedData(QNetworkReply *reply)
         failRun(QStringLiteral("File verification failed"));
         return;
     }
-    if (it->file->write(data) != data.size())
+    if (it->file->write(data) != data.size()) {
         failRun(QStringLiteral("Failed to write download data to file"));
+        return;
+    }
+    it->crc = Crc32::update(it->crc, data.constData(), data.size());
 }
 
 void Updater::handleFileFinished(QNetworkReply *reply)
@@ -153,11 +157,18 @@ void Updater::handleFileFinished(QNetworkReply *reply)
     QFile *file = it->file;
     const QString fileName = it->fileName;
     const QString expectedChecksum = it->expectedChecksum;
-    file->flush();
+    const QString digest = Crc32::toDigest(it->crc);
+    // The digest covers what was handed to the file, so the file must be
+    // known to hold all of it: a full disk often shows only at the flush.
+    const bool flushed = file->flush();
     file->close();
+    if (!flushed || file->error() != QFileDevice::NoError) {
+        failRun(QStringLiteral("Failed to write download data to file"));
+        return;
+    }
 
     // The digest alone decides; the manifest's size is not compared.
-    if (fileChecksum(file->fileName()) != expectedChecksum) {
+    if (digest != expectedChecksum) {
         emit downloadError(QStringLiteral("File verification failed"));
         cancelAllDownloads();
         return;

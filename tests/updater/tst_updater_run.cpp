@@ -48,6 +48,7 @@ private slots:
     void stagingIsPrivate();
     void linkedFolderIsLeftAlone();
     void fileThatCannotBeStagedFailsTheRun();
+    void fullDiskFailsTheRun();
     void secondLauncherIsTurnedAway();
     void ownTreeIsDeletedWithoutPassword();
     void manifestRequestFails();
@@ -730,6 +731,30 @@ void TestUpdaterRun::fileThatCannotBeStagedFailsTheRun()
     QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
     QCOMPARE(m_events,
              (QStringList {"state:installing", "state:update", "error:Could not create temporary file for download"}));
+    QVERIFY(!m_updater->isInstalled());
+}
+
+void TestUpdaterRun::fullDiskFailsTheRun()
+{
+    if (QFileInfo(m_scratch.path()).ownerId() != 0)
+        QSKIP("Mounting a small file system for the staging folder needs root");
+    const QString staging = Updater::stagingDirectory();
+    QDir().mkpath(staging);
+    if (QProcess::execute(QStringLiteral("mount"),
+                          {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                           QStringLiteral("size=1m,mode=0700"), QStringLiteral("tmpfs"), staging})
+        != 0)
+        QSKIP("This system does not let a test mount a file system");
+    const auto unmount = qScopeGuard([&] { QProcess::execute(QStringLiteral("umount"), {staging}); });
+
+    serve({{"/big.bin", bytes(3 * 1024 * 1024, 'b')}, {"/small.bin", bytes(1000, 's')}});
+    check();
+    QVERIFY(waitForOutcome());
+    m_events.clear();
+    m_updater->startUpdate();
+    QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
+    QCOMPARE(m_events,
+             (QStringList {"state:installing", "state:update", "error:Failed to write download data to file"}));
     QVERIFY(!m_updater->isInstalled());
 }
 
