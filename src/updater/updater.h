@@ -42,6 +42,13 @@ struct PendingDownload
     QString fileName;
 };
 
+// One file to verify.
+struct VerificationTask
+{
+    QString relativePath;
+    QString expectedChecksum;
+};
+
 // What one verification chunk found, by relative path.
 struct VerificationChunkResult
 {
@@ -117,6 +124,8 @@ private slots:
 private:
     void parseManifest(const QByteArray &data);
     void reportUnusableManifest();
+    static QList<VerificationTask> verificationTasks(const QJsonObject &manifest);
+    void startVerification(const QList<VerificationTask> &tasks);
     void retireVerification();
     void handleVerificationFinished();
     void announceProgress(const std::shared_ptr<SharedProgress> &progress);
@@ -151,6 +160,9 @@ private:
     QNetworkReply *launcherVersionReply = nullptr;
     // The newest manifest request; an older reply is never used.
     QNetworkReply *manifestReply = nullptr;
+    // Counts manifest parses; a parse whose number is no longer the latest
+    // is dropped when it ends.
+    quint64 manifestGeneration = 0;
     QJsonObject manifest;
     // The most bytes a file may have, for files whose manifest says.
     QHash<QString, qint64> byteLimits;

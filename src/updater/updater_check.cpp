@@ -3,6 +3,8 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QFutureWatcher>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include "config/settings.h"
 #include "updater/manifest.h"
@@ -39,6 +41,8 @@ void Updater::checkForUpdates()
         older->abort();
     }
     manifestReply = reply;
+    // A parse of an older reply still under way is dropped as well.
+    ++manifestGeneration;
     connect(reply, &QNetworkReply::errorOccurred, this, &Updater::handleDownloadError);
     watchTransfer(reply);
     connect(reply, &QNetworkReply::downloadProgress, this, [this, reply](qint64 received, qint64 total) {
@@ -92,6 +96,17 @@ bool Updater::isInstalled() const
     return dir.exists() && dir.exists(QStringLiteral(".initcomplete"));
 }
 
+namespace
+{
+    struct ParsedManifest
+    {
+        bool valid = false;
+        QJsonObject entries;
+        QHash<QString, qint64> byteLimits;
+        QList<VerificationTask> tasks;
+    };
+}
+
 void Updater::parseManifest(const QByteArray &data)
 {
     // Wiped first, so a rejected body leaves nothing of an earlier check.
@@ -99,17 +114,38 @@ void Updater::parseManifest(const QByteArray &data)
     byteLimits.clear();
     filesToDownload.clear();
 
-    const std::optional<QJsonObject> parsed = Manifest::parse(data, &byteLimits);
-    if (!parsed) {
-        reportUnusableManifest();
-        return;
-    }
-    manifest = *parsed;
-    verifyInstallation();
-    // Nothing in it could be checked: every key was refused, or there was
-    // none.
-    if (!verificationWatcher)
-        reportUnusableManifest();
+    // Inflating, parsing and planning a manifest of a large game take longer
+    // than a frame, so they run on a pool thread; the work touches nothing
+    // of this object, and only the newest parse is used.
+    const quint64 generation = ++manifestGeneration;
+    auto *watcher = new QFutureWatcher<ParsedManifest>(this);
+    connect(watcher, &QFutureWatcher<ParsedManifest>::finished, this, [this, watcher, generation] {
+        watcher->deleteLater();
+        if (generation != manifestGeneration || updating)
+            return;
+        const ParsedManifest parsed = watcher->result();
+        if (!parsed.valid) {
+            reportUnusableManifest();
+            return;
+        }
+        manifest = parsed.entries;
+        byteLimits = parsed.byteLimits;
+        startVerification(parsed.tasks);
+        // Nothing in it could be checked: every key was refused, or there
+        // was none.
+        if (!verificationWatcher)
+            reportUnusableManifest();
+    });
+    watcher->setFuture(QtConcurrent::run([data] {
+        ParsedManifest parsed;
+        const std::optional<QJsonObject> entries = Manifest::parse(data, &parsed.byteLimits);
+        if (entries) {
+            parsed.valid = true;
+            parsed.entries = *entries;
+            parsed.tasks = verificationTasks(parsed.entries);
+        }
+        return parsed;
+    }));
 }
 
 void Updater::handleDownloadError(QNetworkReply::NetworkError)

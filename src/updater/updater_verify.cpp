@@ -31,12 +31,6 @@ namespace
 {
     const qint64 ProgressIntervalMs = 16;
 
-    struct VerificationTask
-    {
-        QString relativePath;
-        QString expectedChecksum;
-    };
-
     QString filePath(const QString &root, const QString &relativePath)
     {
         return QDir::toNativeSeparators(QDir::cleanPath(root + QLatin1Char('/') + relativePath));
@@ -105,23 +99,34 @@ bool Updater::isStagedFileValid(const QString &relativePath, const QString &expe
     return isStagedCopyValid(stagingDirectory(), relativePath, expectedChecksum);
 }
 
-QList<QString> Updater::verifyInstallation()
+QList<VerificationTask> Updater::verificationTasks(const QJsonObject &manifest)
 {
-    retireVerification();
-    verificationResults.clear();
-    filesToDownload.clear();
-    verifiedStagedFiles.clear();
-    stagedFilesKnown = false;
-
     QList<VerificationTask> tasks;
+    tasks.reserve(manifest.size());
     for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it) {
         const QString checksum = it.value().toObject().value(QLatin1String("checksum")).toString(QString());
         if (checksum.isEmpty() || !Manifest::isSafeRelativePath(it.key()))
             continue;
         tasks.append({it.key(), checksum});
     }
+    return tasks;
+}
+
+QList<QString> Updater::verifyInstallation()
+{
+    startVerification(verificationTasks(manifest));
+    return verificationResults;
+}
+
+void Updater::startVerification(const QList<VerificationTask> &tasks)
+{
+    retireVerification();
+    verificationResults.clear();
+    filesToDownload.clear();
+    verifiedStagedFiles.clear();
+    stagedFilesKnown = false;
     if (tasks.isEmpty())
-        return verificationResults;
+        return;
 
     verificationWatcher = new QFutureWatcher<VerificationChunkResult>(this);
     auto progress = std::make_shared<SharedProgress>();
@@ -184,7 +189,6 @@ QList<QString> Updater::verifyInstallation()
     verificationWatcher->setFuture(
         QtConcurrent::mapped(QThreadPool::globalInstance(), chunks,
                              std::function<VerificationChunkResult(const QList<VerificationTask> &)>(verifyChunk)));
-    return verificationResults;
 }
 
 void Updater::announceProgress(const std::shared_ptr<SharedProgress> &progress)
