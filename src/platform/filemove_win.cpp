@@ -1,8 +1,8 @@
 #include "platform/filemove.h"
 
-#include <QDir>
+#include "platform/filemove_wincore.h"
 
-#include <windows.h>
+#include <QDir>
 
 namespace
 {
@@ -14,26 +14,20 @@ namespace
 
 Platform::RenameResult Platform::renameReplacing(const QString &from, const QString &to)
 {
-    // Without MOVEFILE_COPY_ALLOWED a move to another volume fails instead
-    // of copying straight onto the target, which a crash could leave half
-    // written.
-    if (MoveFileExW(nativePath(from).c_str(), nativePath(to).c_str(),
-                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+    switch (Win32::renameReplacing(nativePath(from), nativePath(to))) {
+    case Win32::RenameOutcome::Renamed:
         return RenameResult::Renamed;
-    return GetLastError() == ERROR_NOT_SAME_DEVICE ? RenameResult::OtherFileSystem : RenameResult::Failed;
+    case Win32::RenameOutcome::OtherVolume:
+        return RenameResult::OtherFileSystem;
+    case Win32::RenameOutcome::Failed:
+        break;
+    }
+    return RenameResult::Failed;
 }
 
 bool Platform::syncFile(const QString &path)
 {
-    // FlushFileBuffers needs a handle with write access.
-    const HANDLE file
-        = CreateFileW(nativePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return false;
-    const bool flushed = FlushFileBuffers(file) != 0;
-    CloseHandle(file);
-    return flushed;
+    return Win32::syncFile(nativePath(path));
 }
 
 bool Platform::syncDirectory(const QString &)
@@ -45,14 +39,5 @@ bool Platform::syncDirectory(const QString &)
 
 bool Platform::stdinClosedByCaller()
 {
-    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
-    if (input == nullptr || input == INVALID_HANDLE_VALUE || GetFileType(input) != FILE_TYPE_PIPE)
-        return false;
-    DWORD available = 0;
-    if (PeekNamedPipe(input, nullptr, 0, nullptr, &available, nullptr))
-        return false;
-    // A closed anonymous pipe reports a broken pipe, a named one (as
-    // QProcess makes them) may report its server end as disconnected.
-    const DWORD error = GetLastError();
-    return error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED;
+    return Win32::stdinClosedByCaller();
 }

@@ -1,10 +1,8 @@
 #include "platform/windowlookup.h"
 
-#include <windows.h>
+#include "platform/windowlookup_wincore.h"
 
 std::optional<bool> Platform::isWindowVisible(const QString &title)
 {
-    const std::wstring wideTitle = title.toStdWString();
-    const HWND window = FindWindowW(nullptr, wideTitle.c_str());
-    return window != nullptr && IsWindowVisible(window);
+    return Win32::isWindowVisible(title.toStdWString());
 }
