@@ -53,14 +53,8 @@ namespace
     {
         if (destination.isEmpty())
             return !canRemoveTree(source);
-        if (QFileInfo(destination).exists()) {
-            QFile probe(destination + QStringLiteral("/.write_test"));
-            if (!probe.open(QIODevice::WriteOnly))
-                return true;
-            probe.close();
-            probe.remove();
-            return false;
-        }
+        if (QFileInfo(destination).exists())
+            return !canWriteProbe(destination);
         return !QDir().mkpath(destination);
     }
 }

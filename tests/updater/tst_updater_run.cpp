@@ -62,6 +62,8 @@ private:
     void serveManifest(const QJsonObject &files);
     void check();
     bool waitForOutcome();
+    // Starts a run and waits until it has sent `events` signals.
+    bool startRun(qsizetype events);
     QByteArray installed(const QString &relativePath) const;
     QStringList fileRequests() const;
 
@@ -200,6 +202,13 @@ bool TestUpdaterRun::waitForOutcome()
         });
     };
     return QTest::qWaitFor(decided, 20000);
+}
+
+bool TestUpdaterRun::startRun(qsizetype events)
+{
+    m_events.clear();
+    m_updater->startUpdate();
+    return QTest::qWaitFor([this, events] { return m_events.size() >= events; }, 10000);
 }
 
 QByteArray TestUpdaterRun::installed(const QString &relativePath) const
@@ -593,11 +602,8 @@ void TestUpdaterRun::hostileServers()
     m_server.setFault(path, {TestHttpServer::Fault::Kind(kind), 0, bytes, intervalMs});
     check();
     QVERIFY(waitForOutcome());
-    if (path != ManifestPath) {
-        m_events.clear();
-        m_updater->startUpdate();
-        QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
-    }
+    if (path != ManifestPath)
+        QVERIFY(startRun(3));
     QCOMPARE(m_events.last(), "error:" + error);
     QVERIFY(QFileInfo(Updater::stagingDirectory() + QStringLiteral("/a.bin")).size() <= 4096);
     QVERIFY(!m_updater->isInstalled());
@@ -726,9 +732,7 @@ void TestUpdaterRun::fileThatCannotBeStagedFailsTheRun()
           QJsonObject {{QStringLiteral("checksum"), digest(bytes(3000, 'd'))}, {QStringLiteral("size"), 3000}}}});
     check();
     QVERIFY(waitForOutcome());
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
+    QVERIFY(startRun(3));
     QCOMPARE(m_events,
              (QStringList {"state:installing", "state:update", "error:Could not create temporary file for download"}));
     QVERIFY(!m_updater->isInstalled());
@@ -750,9 +754,7 @@ void TestUpdaterRun::fullDiskFailsTheRun()
     serve({{"/big.bin", bytes(3 * 1024 * 1024, 'b')}, {"/small.bin", bytes(1000, 's')}});
     check();
     QVERIFY(waitForOutcome());
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 3; }, 10000));
+    QVERIFY(startRun(3));
     QCOMPARE(m_events,
              (QStringList {"state:installing", "state:update", "error:Failed to write download data to file"}));
     QVERIFY(!m_updater->isInstalled());
