@@ -87,6 +87,11 @@ public:
     int installStagedFiles();
     void checkLauncherVersion();
     bool isGameRunning() const;
+    // A finished installation of the former launcher under APPDATA.
+    bool hasLegacyInstallation() const;
+    // Unpacks the legacy archive in place, then moves the legacy tree into
+    // the install directory. Shows nothing; the caller tells the user.
+    bool migrateLegacyInstallation();
 
     // The relocation tool is this program itself; tests run the built one.
     void setToolProgram(const QString &program);

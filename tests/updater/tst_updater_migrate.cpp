@@ -1,0 +1,227 @@
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <quazip.h>
+#include <quazipfile.h>
+#include <quazipnewinfo.h>
+
+#include <memory>
+
+#include "config/settings.h"
+#include "isolatedsettings.h"
+#include "updater/updater.h"
+#include "updater/userprompt.h"
+
+// The legacy installation under APPDATA: found, unpacked in place and moved
+// into the install directory by the real relocation tool.
+class TestUpdaterMigrate : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void migrate_data();
+    void migrate();
+
+private:
+    IsolatedSettings m_isolation;
+    QTemporaryDir m_scratch;
+    std::unique_ptr<Settings> m_settings;
+};
+
+namespace
+{
+    enum Archive
+    {
+        NoArchive,
+        Zip,
+        Corrupt,
+        // A stored entry with one byte changed after its CRC-32 was taken.
+        DamagedEntry,
+    };
+
+    const QString LegacyDir = QStringLiteral("Hollowmere/hollowmere_ptr");
+
+    QByteArray contentOf(const QString &name)
+    {
+        return "content of " + name.toUtf8();
+    }
+
+    void writeFile(const QString &path, const QByteArray &content)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
+    }
+
+    // Entries are names; "name/" is a folder and "name->target" a symbolic
+    // link. A file holds contentOf(name).
+    void makeArchive(const QString &path, const QStringList &entries, int method)
+    {
+        QuaZip zip(path);
+        QVERIFY(zip.open(QuaZip::mdCreate));
+        for (const QString &entry : entries) {
+            const QStringList link = entry.split(QStringLiteral("->"));
+            QuaZipNewInfo info(link.first());
+            const bool folder = entry.endsWith(QLatin1Char('/'));
+            info.externalAttr = (link.size() == 2 ? 0120777u : folder ? 040755u : 0100644u) << 16;
+            QuaZipFile file(&zip);
+            QVERIFY(file.open(QIODevice::WriteOnly, info, nullptr, 0, method, method == 0 ? 0 : 6));
+            if (!folder)
+                file.write(link.size() == 2 ? link.last().toUtf8() : contentOf(entry));
+            file.close();
+            QCOMPARE(file.getZipError(), UNZ_OK);
+        }
+        zip.close();
+        QCOMPARE(zip.getZipError(), UNZ_OK);
+    }
+
+    QByteArray readFile(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+    }
+
+    QStringList filesUnder(const QString &root)
+    {
+        QStringList files;
+        QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext())
+            files << QDir(root).relativeFilePath(it.next());
+        files.sort();
+        return files;
+    }
+}
+
+void TestUpdaterMigrate::initTestCase()
+{
+    const QJsonObject configuration {
+        {QStringLiteral("version"), QStringLiteral("dev")},
+        {QStringLiteral("applicationName"), QStringLiteral("Migrate Test")},
+        {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
+        {QStringLiteral("legacyDir"), LegacyDir},
+    };
+    const QString path = m_scratch.filePath(QStringLiteral("settings.json"));
+    writeFile(path, QJsonDocument(configuration).toJson());
+    m_settings = std::make_unique<Settings>(path, nullptr);
+}
+
+void TestUpdaterMigrate::migrate_data()
+{
+    QTest::addColumn<bool>("marker");
+    QTest::addColumn<int>("archive");
+    QTest::addColumn<QStringList>("entries");
+    QTest::addColumn<bool>("migrated");
+    QTest::addColumn<QStringList>("installed");
+    QTest::addColumn<QStringList>("left");
+
+    // Every legacy tree starts with "old/saved.dat" beside the archive.
+    const QStringList refused {QStringLiteral(".initcomplete"), QStringLiteral("data.bin"),
+                               QStringLiteral("old/saved.dat")};
+    const QStringList good {QStringLiteral("good.txt")};
+
+    QTest::newRow("no marker: no legacy installation")
+        << false << int(Zip) << good << false << QStringList() << QStringList {"data.bin", "old/saved.dat"};
+    QTest::newRow("nested folders and config.otml")
+        << true << int(Zip)
+        << QStringList {"config.otml", "game.exe", "data/", "data/maps/world.map", "data/config.otml", "empty/"} << true
+        << QStringList {".initcomplete", "data/config.otml", "data/maps/world.map", "game.exe", "old/saved.dat"}
+        << QStringList {"config.otml"};
+    QTest::newRow("empty archive") << true << int(Zip) << QStringList() << true
+                                   << QStringList {".initcomplete", "old/saved.dat"} << QStringList();
+    QTest::newRow("no archive") << true << int(NoArchive) << QStringList() << true
+                                << QStringList {".initcomplete", "old/saved.dat"} << QStringList();
+    QTest::newRow("corrupt archive") << true << int(Corrupt) << QStringList() << false << QStringList() << refused;
+    QTest::newRow("damaged entry") << true << int(DamagedEntry) << good << false << QStringList() << refused;
+    QTest::newRow("dot-dot") << true << int(Zip) << QStringList {"good.txt", "../escape"} << false << QStringList()
+                             << refused;
+    QTest::newRow("deep dot-dot") << true << int(Zip) << QStringList {"good.txt", "a/../../../../outside/x"} << false
+                                  << QStringList() << refused;
+    QTest::newRow("absolute") << true << int(Zip)
+                              << QStringList {"good.txt", m_scratch.filePath(QStringLiteral("outside/abs"))} << false
+                              << QStringList() << refused;
+    QTest::newRow("drive letter") << true << int(Zip) << QStringList {"good.txt", "C:x"} << false << QStringList()
+                                  << refused;
+    QTest::newRow("drive root") << true << int(Zip) << QStringList {"good.txt", "C:/x"} << false << QStringList()
+                                << refused;
+    QTest::newRow("backslash") << true << int(Zip) << QStringList {"good.txt", "..\\escape"} << false << QStringList()
+                               << refused;
+    QTest::newRow("symbolic link") << true << int(Zip)
+                                   << QStringList {"good.txt", "link->" + m_scratch.filePath(QStringLiteral("outside")),
+                                                   "link/planted"}
+                                   << false << QStringList() << refused;
+}
+
+void TestUpdaterMigrate::migrate()
+{
+    QFETCH(bool, marker);
+    QFETCH(int, archive);
+    QFETCH(QStringList, entries);
+    QFETCH(bool, migrated);
+    QFETCH(QStringList, installed);
+    QFETCH(QStringList, left);
+
+    QTemporaryDir appData(m_scratch.filePath(QStringLiteral("appdata-XXXXXX")));
+    QTemporaryDir install(m_scratch.filePath(QStringLiteral("install-XXXXXX")));
+    qputenv("APPDATA", appData.path().toUtf8());
+    m_settings->setInstallPath(install.filePath(QStringLiteral("Hollowmere PTR")));
+    const QString legacy = appData.filePath(LegacyDir);
+    const QString outside = m_scratch.filePath(QStringLiteral("outside"));
+    QDir(outside).removeRecursively();
+    QVERIFY(QDir().mkpath(outside));
+
+    writeFile(legacy + QStringLiteral("/old/saved.dat"), contentOf(QStringLiteral("old/saved.dat")));
+    if (marker)
+        writeFile(legacy + QStringLiteral("/.initcomplete"), contentOf(QStringLiteral(".initcomplete")));
+    const QString archivePath = legacy + QStringLiteral("/data.bin");
+    if (archive == Corrupt)
+        writeFile(archivePath, "PK\x03\x04 this is no archive");
+    if (archive == Zip || archive == DamagedEntry)
+        makeArchive(archivePath, entries, archive == DamagedEntry ? 0 : Z_DEFLATED);
+    if (archive == DamagedEntry) {
+        QFile file(archivePath);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QByteArray bytes = file.readAll();
+        const qsizetype at = bytes.indexOf(contentOf(QStringLiteral("good.txt")));
+        QVERIFY(at > 0);
+        bytes[at] = 'C';
+        QVERIFY(file.seek(0));
+        QCOMPARE(file.write(bytes), bytes.size());
+    }
+
+    // The engine tells nothing itself; the window's box follows a false result.
+    int boxes = 0;
+    UserPrompt::setHandlers([&boxes](const QString &, const QString &) { ++boxes; },
+                            [](const QString &, const QString &) { return UserPrompt::Answer::No; });
+    Updater updater;
+    updater.setToolProgram(QStringLiteral(LAUNCHER_BINARY));
+    QSignalSpy errors(&updater, &Updater::downloadError);
+
+    QCOMPARE(updater.hasLegacyInstallation(), marker);
+    if (marker)
+        QCOMPARE(updater.migrateLegacyInstallation(), migrated);
+    QCOMPARE(updater.hasLegacyInstallation(), marker && !migrated);
+
+    QCOMPARE(filesUnder(m_settings->installPath()), installed);
+    for (const QString &file : std::as_const(installed))
+        QCOMPARE(readFile(m_settings->installPath() + QLatin1Char('/') + file), contentOf(file));
+    QCOMPARE(filesUnder(legacy), left);
+    // Nothing was written beside the legacy directory or anywhere else.
+    QStringList everything;
+    for (const QString &file : std::as_const(left))
+        everything << LegacyDir + QLatin1Char('/') + file;
+    QCOMPARE(filesUnder(appData.path()), everything);
+    QCOMPARE(filesUnder(outside), QStringList());
+    QCOMPARE(errors.count(), 0);
+    QCOMPARE(boxes, 0);
+    UserPrompt::setHandlers({}, {});
+}
+
+QTEST_GUILESS_MAIN(TestUpdaterMigrate)
+#include "tst_updater_migrate.moc"
