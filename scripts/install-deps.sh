@@ -9,7 +9,8 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-svg-dev
     qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools
     libquazip1-qt6-dev libisal-dev libgl-dev libxcb1-dev zlib1g-dev
-    # Run: platform plugins, SVG icons, H.264 video through GStreamer, a font
+    libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
+    # Run: platform plugins, SVG icons, a font; GStreamer for Qt Multimedia builds
     qt6-qpa-plugins libqt6svg6 fonts-dejavu-core
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
     # Tests and demo: a virtual X server, real input, a real web server

@@ -5,14 +5,13 @@
 #include <QFile>
 #include <QGraphicsOpacityEffect>
 #include <QLabel>
-#include <QMediaPlayer>
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QTimer>
 #include <QUrl>
-#include <QVideoSink>
 
 #include "config/settings.h"
+#include "ui/backgroundvideo.h"
 #include "ui/buttonlayout.h"
 #include "ui/circularprogresswidget.h"
 #include "updater/userprompt.h"
@@ -27,7 +26,6 @@ namespace
     const qreal PressedOpacity = 0.8;
 
     const int DefaultLaunchTimeLimitMs = 60000;
-    const int FirstFrameTimeoutMs = 5000;
 }
 
 MainWindow::MainWindow(QWidget *parent)
@@ -62,18 +60,12 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
 
     connect(this, &MainWindow::backgroundSetupComplete, this, &MainWindow::onBackgroundSetupComplete);
 
-    player = new QMediaPlayer(this);
-    videoSink = new QVideoSink(this);
-    player->setVideoSink(videoSink);
-
     connect(&updater, &Updater::launcherVersionCheckComplete, this, &MainWindow::onLauncherVersionCheckComplete);
 
     ui->setupUi(this);
     setWindowTitle(Settings::instance()->applicationName() + QStringLiteral(" Launcher"));
 
-    connect(videoSink, &QVideoSink::videoFrameChanged, this, &MainWindow::handleVideoFrame);
-    player->setSource(QUrl(QStringLiteral("qrc:/resources/background.mp4")));
-    player->setLoops(QMediaPlayer::Infinite);
+    setUpBackground();
 
     setAttribute(Qt::WA_OpaquePaintEvent, true);
     setAttribute(Qt::WA_TransparentForMouseEvents, false);
@@ -105,7 +97,9 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
         speedLabel->hide();
 
         button->installEventFilter(this);
-        setButtonState(QStringLiteral("install"));
+        // Neither "Install" nor anything else is known before the first
+        // check has settled.
+        applyButtonVisuals(button, currentState);
     }
 
     connect(&updater, &Updater::checkingForUpdates, this, [this] { setButtonState(QStringLiteral("checking")); });
@@ -134,31 +128,22 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
 
     installEventFilterOn("settingsButton");
 
-    player->play();
-    // Without a decoder for the video no frame ever comes, and the first frame
-    // is what starts everything else: fall back to a still picture.
-    connect(player, &QMediaPlayer::errorOccurred, this, &MainWindow::useStillBackground);
-    QTimer::singleShot(FirstFrameTimeoutMs, this, &MainWindow::useStillBackground);
-
     connect(&updater, &Updater::stateChanged, this, [this](const QString &state) {
         setButtonState(state);
-        if (!player)
-            return;
         // The machine's full attention goes to a download run.
         if (state == QLatin1String("updating") || state == QLatin1String("installing"))
-            player->pause();
-        else if (Settings::instance()->animationsEnabled())
-            player->play();
+            ensurePaused();
+        else
+            ensurePlaying();
     });
 }
 
 MainWindow::~MainWindow()
 {
     delete ui;
-    delete player;
-    player = nullptr;
-    delete videoSink;
-    videoSink = nullptr;
+    // Ends the decoding thread before anything it might touch goes.
+    delete video;
+    video = nullptr;
 
     // Verification workers read the settings; they must be gone before the
     // settings are.

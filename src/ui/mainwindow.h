@@ -1,18 +1,17 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QMainWindow>
 
 #include "updater/updater.h"
 
+class BackgroundVideo;
 class CircularProgressWidget;
 class QLabel;
-class QMediaPlayer;
 class QMessageBox;
 class QPushButton;
 class QTimer;
-class QVideoFrame;
-class QVideoSink;
 
 namespace Ui
 {
@@ -60,7 +59,7 @@ protected:
     void changeEvent(QEvent *event) override;
 
 private slots:
-    void handleVideoFrame(const QVideoFrame &frame);
+    void handleVideoFrame(const QImage &frame);
     void ensurePlaying();
     void ensurePaused();
     QString buttonState() const;
@@ -88,8 +87,8 @@ private:
     void resetButtonToInstallation();
 
     // Background
-    void takeFirstFrame(const QImage &frame);
-    void useStillBackground();
+    void setUpBackground();
+    void onFirstPaint();
 
     // Game launch and watch
     bool handleManageButtonPress(QEvent *event);
@@ -100,8 +99,7 @@ private:
     bool isGameWindowVisible();
 
     Ui::MainWindow *ui = nullptr;
-    QMediaPlayer *player = nullptr;
-    QVideoSink *videoSink = nullptr;
+    BackgroundVideo *video = nullptr;
     QImage currentFrame;
     bool backgroundReady = false;
     QString currentState;
@@ -115,5 +113,6 @@ private:
     QMessageBox *errorBox = nullptr;
     QTimer *checkingTimer = nullptr;
     int checkingDots = 0;
+    QElapsedTimer sinceSpeedShown;
     int launchTimeLimitMs;
 };

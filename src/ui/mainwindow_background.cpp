@@ -1,121 +1,67 @@
 #include "ui/mainwindow.h"
 
 #include <QEvent>
-#include <QGraphicsBlurEffect>
-#include <QGraphicsPixmapItem>
-#include <QGraphicsScene>
-#include <QLinearGradient>
-#include <QMediaPlayer>
+#include <QPaintEvent>
 #include <QPainter>
-#include <QPainterPath>
-#include <QVideoFrame>
+
+#include <memory>
 
 #include "config/settings.h"
+#include "ui/backgroundcomposer.h"
+#include "ui/backgroundvideo.h"
 
-namespace
+void MainWindow::setUpBackground()
 {
-    const qreal CornerRadius = 9.0;
-    const int TopShadeHeight = 113;
-    const int LeftShadeWidth = 178;
-    const qreal BottomBlurRadius = 5.0;
+    const auto *panel = findChild<QWidget *>(QStringLiteral("bottomBlurPanel"));
+    const auto composer = std::make_shared<const BackgroundComposer>(size(), panel ? panel->geometry() : QRect());
 
-    QLinearGradient edgeShade(QPointF start, QPointF end)
-    {
-        QLinearGradient gradient(start, end);
-        gradient.setColorAt(0.0, QColor(0, 0, 0, 180));
-        gradient.setColorAt(0.4, QColor(0, 0, 0, 100));
-        gradient.setColorAt(0.8, QColor(0, 0, 0, 40));
-        gradient.setColorAt(1.0, QColor(0, 0, 0, 0));
-        return gradient;
-    }
+    // The video's first frame as a picture: it is on the screen with the
+    // first paint, before any decoder has started, and it is all that shows
+    // with animations off.
+    currentFrame = BackgroundVideo::fitToFrame(QImage(QStringLiteral(":/resources/background_still.jpg")), size());
+    composer->compose(currentFrame);
 
-    QImage blurred(const QImage &image)
-    {
-        QGraphicsScene scene;
-        auto *item = new QGraphicsPixmapItem(QPixmap::fromImage(image));
-        auto *blur = new QGraphicsBlurEffect;
-        blur->setBlurRadius(BottomBlurRadius);
-        item->setGraphicsEffect(blur);
-        scene.addItem(item);
-
-        QImage result(image.size(), QImage::Format_ARGB32_Premultiplied);
-        result.fill(Qt::transparent);
-        QPainter painter(&result);
-        scene.render(&painter, QRectF(), QRectF(), Qt::KeepAspectRatio);
-        painter.end();
-        return result;
-    }
+    video = new BackgroundVideo(QStringLiteral(":/resources/background.mp4"), size(), this);
+    // Finished on the decoding thread; the composer is shared, not borrowed,
+    // since that thread may still be at work while the window goes.
+    video->setFrameFinisher([composer](QImage &frame) { composer->compose(frame); });
+    connect(video, &BackgroundVideo::frameReady, this, &MainWindow::handleVideoFrame);
 }
 
-void MainWindow::handleVideoFrame(const QVideoFrame &frame)
+void MainWindow::handleVideoFrame(const QImage &frame)
 {
-    if (!frame.isValid())
+    if (frame.isNull() || !Settings::instance()->animationsEnabled())
         return;
-    // With animations off the first frame stays as a still picture.
-    if (!Settings::instance()->animationsEnabled() && !currentFrame.isNull())
-        return;
-
-    const QImage image = frame.toImage();
-    if (!backgroundReady) {
-        takeFirstFrame(image);
-        return;
-    }
-    currentFrame = image;
+    currentFrame = frame;
     update();
 }
 
-void MainWindow::takeFirstFrame(const QImage &frame)
-{
-    currentFrame = frame;
-    repaint();
-    // Set before the signal: its receiver runs modal dialogs while more frames
-    // arrive, and the start-up flow must not begin twice.
-    backgroundReady = true;
-    emit backgroundSetupComplete();
-}
-
-void MainWindow::useStillBackground()
-{
-    if (backgroundReady)
-        return;
-    takeFirstFrame(QImage(QStringLiteral(":/resources/background_still.jpg")));
-}
-
-void MainWindow::paintEvent(QPaintEvent *)
+void MainWindow::paintEvent(QPaintEvent *event)
 {
     if (!isVisible() || currentFrame.isNull())
         return;
 
-    const QRect r = rect();
+    // The picture is finished to its rounded corners, so copying the damaged
+    // part over the cleared backing store is all there is to do: a hover
+    // repaint costs a small copy, a new frame one full copy.
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    QPainterPath clip;
-    clip.addRoundedRect(QRectF(r), CornerRadius, CornerRadius, Qt::AbsoluteSize);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    for (const QRect &rect : event->region())
+        painter.drawImage(rect.topLeft(), currentFrame, rect);
+    painter.end();
 
-    // Composed off-screen so that the rounded clip cuts the finished picture
-    // once, with clean corners.
-    QPixmap buffer(size());
-    buffer.fill(Qt::transparent);
-    QPainter composer(&buffer);
-    composer.setRenderHint(QPainter::Antialiasing);
-    composer.drawImage(r, currentFrame);
-
-    composer.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    composer.fillRect(QRect(r.left() - 5, r.top() - 5, r.width() + 10, TopShadeHeight + 5),
-                      edgeShade(QPointF(0, r.top()), QPointF(0, r.top() + TopShadeHeight)));
-    composer.fillRect(QRect(r.left() - 5, r.top(), LeftShadeWidth + 5, r.height()),
-                      edgeShade(QPointF(r.left(), 0), QPointF(r.left() + LeftShadeWidth, 0)));
-
-    if (const auto *panel = findChild<QWidget *>(QStringLiteral("bottomBlurPanel"))) {
-        const QRect g = panel->geometry();
-        composer.drawImage(g, blurred(currentFrame.copy(g)));
-        composer.setCompositionMode(QPainter::CompositionMode_SourceOver);
-        composer.fillRect(g, QColor(0, 0, 0, 50));
+    if (!backgroundReady) {
+        backgroundReady = true;
+        // After this paint has reached the screen: the start-up flow may open
+        // modal dialogs, and the decoder would compete with the first paint.
+        QMetaObject::invokeMethod(this, &MainWindow::onFirstPaint, Qt::QueuedConnection);
     }
-    composer.end();
+}
 
-    painter.setClipPath(clip, Qt::ReplaceClip);
-    painter.drawPixmap(0, 0, buffer);
+void MainWindow::onFirstPaint()
+{
+    ensurePlaying();
+    emit backgroundSetupComplete();
 }
 
 void MainWindow::showEvent(QShowEvent *event)
@@ -143,12 +89,14 @@ void MainWindow::changeEvent(QEvent *event)
 
 void MainWindow::ensurePlaying()
 {
-    if (player && player->playbackState() != QMediaPlayer::PlayingState)
-        player->play();
+    // With animations off the still picture is the background, and nothing
+    // is decoded at all.
+    if (video && backgroundReady && Settings::instance()->animationsEnabled())
+        video->start();
 }
 
 void MainWindow::ensurePaused()
 {
-    if (player && player->playbackState() == QMediaPlayer::PlayingState)
-        player->pause();
+    if (video)
+        video->stop();
 }

@@ -17,6 +17,10 @@ namespace
     const int SpeedLabelIntervalMs = 1000;
     const int StagedRecheckDelayMs = 500;
 
+    // Before the first check has settled: the frame of a busy button, with
+    // no text that could claim a state.
+    const QString NeutralStyle = QStringLiteral("background-image: url(:/resources/frame_update.png);");
+
     enum StagedInstallResult
     {
         StagedFilesInstalled = 0,
@@ -49,6 +53,9 @@ void MainWindow::setButtonState(const QString &state)
         speedLabel->hide();
     applyButtonVisuals(button, state);
 
+    if (progressWidget)
+        progressWidget->setBusy(state == QLatin1String("checking"));
+
     if (state == QLatin1String("checking")) {
         button->setEnabled(false);
         if (!checkingTimer) {
@@ -64,6 +71,10 @@ void MainWindow::setButtonState(const QString &state)
             checkingTimer->stop();
     } else if (state == QLatin1String("updating") || state == QLatin1String("installing")) {
         button->setEnabled(false);
+        // A run shows its own speed or nothing, never the last run's.
+        if (speedLabel)
+            speedLabel->clear();
+        sinceSpeedShown.invalidate();
     } else if (state == QLatin1String("install") || state == QLatin1String("update")) {
         button->setEnabled(true);
     }
@@ -82,7 +93,10 @@ void MainWindow::setButtonVisuals(QPushButton *button, const QString &text, cons
 void MainWindow::applyButtonVisuals(QPushButton *button, const QString &state)
 {
     const QString downloadIcon = QStringLiteral(":/resources/icon_download.png");
-    if (state == QLatin1String("install")) {
+    if (state.isEmpty()) {
+        setButtonVisuals(button, QString(), QString(), NeutralStyle);
+        button->setEnabled(false);
+    } else if (state == QLatin1String("install")) {
         setButtonVisuals(button, tr("Install"), downloadIcon, QString());
     } else if (state == QLatin1String("update")) {
         setButtonVisuals(button, tr("Update"), downloadIcon, QString());
@@ -150,19 +164,15 @@ void MainWindow::advanceCheckingText()
 
 void MainWindow::updateDownloadSpeed(qlonglong bytesPerSecond)
 {
-    // A monotonic clock, so that midnight or a clock change cannot freeze the
-    // label; the first report only starts the clock.
-    static QElapsedTimer sinceLastChange;
+    // The first sample of a run shows at once, later ones at most once a
+    // second. A monotonic clock, so that midnight or a clock change cannot
+    // freeze the label.
     if (!speedLabel)
         return;
-    if (!sinceLastChange.isValid()) {
-        sinceLastChange.start();
-        return;
-    }
-    if (sinceLastChange.elapsed() < SpeedLabelIntervalMs)
+    if (sinceSpeedShown.isValid() && sinceSpeedShown.elapsed() < SpeedLabelIntervalMs)
         return;
     speedLabel->setText(ButtonLayout::speedText(bytesPerSecond));
-    sinceLastChange.restart();
+    sinceSpeedShown.start();
 }
 
 void MainWindow::updateOverallProgress(qlonglong bytesDownloaded, qlonglong totalBytes)

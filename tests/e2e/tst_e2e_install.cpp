@@ -19,6 +19,7 @@ class TestEndToEnd : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase();
+    void backgroundMoves();
     void installThenUpdate();
 
 private:
@@ -126,12 +127,14 @@ void TestEndToEnd::initTestCase()
                              })(),
                              10000);
 
-    // A player who has chosen where the game goes, so no first-run question.
+    // A player who has chosen where the game goes, so no first-run question,
+    // and who has turned the animations on.
     const QString config = m_root.filePath(QStringLiteral("home/config/Brindlewood Works"));
     QDir().mkpath(config);
     QFile store(config + QStringLiteral("/Hollowmere E2E Launcher.conf"));
     QVERIFY(store.open(QIODevice::WriteOnly));
-    store.write("[General]\nhasSelectedInstallPath=true\ninstallPath=" + m_install.toUtf8() + "\n");
+    store.write("[General]\nhasSelectedInstallPath=true\ninstallPath=" + m_install.toUtf8()
+                + "\nanimationsEnabled=true\n");
 }
 
 void TestEndToEnd::cleanupTestCase()
@@ -251,6 +254,30 @@ void TestEndToEnd::pressManageButton()
     QVERIFY(run(QStringLiteral("xdotool"),
                 {QStringLiteral("mousemove"), QString::number(centre.x()), QString::number(centre.y()),
                  QStringLiteral("click"), QStringLiteral("1")}));
+}
+
+void TestEndToEnd::backgroundMoves()
+{
+    startLauncher();
+    QVERIFY2(waitForLook(Look::Install, 30000), "the button never offered to install");
+    const QImage before = screenshot(QStringLiteral("0-background-a"));
+    QTest::qWait(1000);
+    const QImage after = screenshot(QStringLiteral("0-background-b"));
+    stopLauncher();
+
+    // Sky, mountains and fog between the logo and the bottom bar, clear of
+    // every widget.
+    const QRect sky(m_windowOrigin + QPoint(320, 200), QSize(1000, 440));
+    int changed = 0;
+    for (int y = sky.top(); y <= sky.bottom(); ++y) {
+        for (int x = sky.left(); x <= sky.right(); ++x) {
+            const QRgb a = before.pixel(x, y);
+            const QRgb b = after.pixel(x, y);
+            if (qAbs(qRed(a) - qRed(b)) + qAbs(qGreen(a) - qGreen(b)) + qAbs(qBlue(a) - qBlue(b)) > 12)
+                ++changed;
+        }
+    }
+    QVERIFY2(changed > 1000, qPrintable(QStringLiteral("%1 pixels changed in a second").arg(changed)));
 }
 
 void TestEndToEnd::installThenUpdate()
