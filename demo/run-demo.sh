@@ -63,6 +63,7 @@ trap 'exit 130' INT TERM
 game="$root/www/hollowmere_demo"
 demo/make-sample-game.sh "$game" build-demo/bin/sample-game hollowmere_dx.exe "Hollowmere Demo" "$size_mib"
 build-demo/bin/launcher-publish --binary hollowmere_dx.exe --output "$game/checksums.txt.gz" "$game"
+demo/make-news.sh "$root/www" "http://127.0.0.1:$port"
 
 sed -e "s|@ROOT@|$root|g" -e "s|@PORT@|$port|g" -e "s|@RATE@|$rate|g" demo/nginx.conf.in > "$root/nginx.conf"
 nginx -p "$root" -c "$root/nginx.conf" &

@@ -1,3 +1,4 @@
+#include <QBuffer>
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,9 +16,11 @@
 #include "isolatedsettings.h"
 #include "support/testhttpserver.h"
 #include "support/virtualdisplay.h"
+#include "ui/announcementwidget.h"
 #include "ui/circularprogresswidget.h"
 #include "ui/mainwindow.h"
 #include "updater/crc32.h"
+#include "updater/userprompt.h"
 
 // The window driven by a real engine against the loopback server: what the
 // manage button shows in each state, and what a press on it does.
@@ -40,6 +43,9 @@ private slots:
     void launch();
     void speedLabelStartsEmptyEachRun();
     void firstPaintShowsPictureAndNeutralButton();
+    void newsFillsBothCards();
+    void legacyQuestion_data();
+    void legacyQuestion();
 
 private:
     void serve(const QMap<QString, QByteArray> &files);
@@ -73,6 +79,8 @@ void TestManage::initTestCase()
         {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
         {QStringLiteral("executableName"), ExecutableName},
         {QStringLiteral("logoImage"), QStringLiteral("hm_logo.png")},
+        {QStringLiteral("newsUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/api/news"))},
+        {QStringLiteral("legacyDir"), QStringLiteral("Legacy/manage")},
     };
     m_configuration = m_scratch.filePath(QStringLiteral("settings.json"));
     QFile file(m_configuration);
@@ -393,6 +401,84 @@ void TestManage::firstPaintShowsPictureAndNeutralButton()
     QVERIFY(qGray(picture.pixel(1010, 150)) > 150);
     QCOMPARE(qAlpha(picture.pixel(0, 0)), 0);
     QCOMPARE(qAlpha(picture.pixel(picture.width() / 2, picture.height() / 3)), 255);
+}
+
+void TestManage::newsFillsBothCards()
+{
+    // The window's request goes out once the event loop runs.
+    QImage picture(400, 150, QImage::Format_RGB32);
+    picture.fill(Qt::red);
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    picture.save(&buffer, "PNG");
+    m_server.setContent(QStringLiteral("/news/red.png"), png);
+    const QString image = m_server.baseUrl().toString() + QStringLiteral("/news/red.png");
+    m_server.setContent(QStringLiteral("/api/news"),
+                        QJsonDocument::fromJson(QString(R"([{"title": "First", "image": "%1"},
+                                                            {"title": "Second", "image": "%1"},
+                                                            {"title": "Third"}])")
+                                                    .arg(image)
+                                                    .toUtf8())
+                            .toJson());
+
+    const QList<AnnouncementWidget *> cards = m_window->findChildren<AnnouncementWidget *>();
+    QCOMPARE(cards.size(), 2);
+    QTRY_VERIFY(cards.at(0)->isVisibleTo(m_window.get()) && cards.at(1)->isVisibleTo(m_window.get()));
+    QStringList titles;
+    for (const AnnouncementWidget *card : cards)
+        titles << card->findChild<QLabel *>(QStringLiteral("announcementTitleLabel"))->text();
+    QCOMPARE(titles, (QStringList {"First", "Second"}));
+    QTRY_VERIFY(!cards.at(0)->picture().isNull() && !cards.at(1)->picture().isNull());
+    QCOMPARE(cards.at(0)->y(), m_window->height() - cards.at(0)->height() - 26);
+}
+
+void TestManage::legacyQuestion_data()
+{
+    QTest::addColumn<bool>("legacy");
+    QTest::addColumn<bool>("answerYes");
+    QTest::addColumn<QStringList>("shown");
+    QTest::addColumn<bool>("migrated");
+
+    const QString question = QStringLiteral("Legacy Installation Detected");
+    QTest::newRow("no legacy installation") << false << true << QStringList() << false;
+    QTest::newRow("declined") << true << false << QStringList {question} << false;
+    QTest::newRow("accepted") << true << true << QStringList {question, QStringLiteral("Migration Complete")} << true;
+}
+
+void TestManage::legacyQuestion()
+{
+    QFETCH(bool, legacy);
+    QFETCH(bool, answerYes);
+    QFETCH(QStringList, shown);
+    QFETCH(bool, migrated);
+
+    const QString appData = m_scratch.filePath(QStringLiteral("appdata"));
+    qputenv("APPDATA", appData.toUtf8());
+    const QString legacyDirectory = appData + QStringLiteral("/Legacy/manage");
+    QDir(legacyDirectory).removeRecursively();
+    QDir().mkpath(legacyDirectory);
+    QFile old(legacyDirectory + QStringLiteral("/old.dat"));
+    QVERIFY(old.open(QIODevice::WriteOnly));
+    old.close();
+    if (legacy) {
+        QFile marker(legacyDirectory + QStringLiteral("/.initcomplete"));
+        QVERIFY(marker.open(QIODevice::WriteOnly));
+    }
+    Settings::instance()->setIgnoreLegacyInstallationMigration(false);
+
+    QStringList seen;
+    const auto tell = [&seen](const QString &title, const QString &) { seen << title; };
+    UserPrompt::setHandlers(tell, tell, [&seen, answerYes](const QString &title, const QString &) {
+        seen << title;
+        return answerYes ? UserPrompt::Answer::Yes : UserPrompt::Answer::No;
+    });
+    m_window->onBackgroundSetupComplete();
+
+    QCOMPARE(seen, shown);
+    QCOMPARE(QFile::exists(m_install->filePath(QStringLiteral("old.dat"))), migrated);
+    // Declining is remembered, so the question does not come again.
+    QCOMPARE(Settings::instance()->ignoreLegacyInstallationMigration(), legacy && !answerYes);
 }
 
 QTEST_MAIN(TestManage)

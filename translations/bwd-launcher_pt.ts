@@ -59,5 +59,29 @@
         <source>Failed to launch the game. Please verify your installation.</source>
         <translation>Falha ao iniciar o jogo. Verifique sua instalação.</translation>
     </message>
+    <message>
+        <source>Legacy Installation Detected</source>
+        <translation>Instalação Antiga Detectada</translation>
+    </message>
+    <message>
+        <source>We have detected a legacy installation. Would you like to migrate old files to the new installation path?</source>
+        <translation>Detectamos uma instalação antiga. Deseja migrar os arquivos antigos para o novo caminho de instalação?</translation>
+    </message>
+    <message>
+        <source>Migration Complete</source>
+        <translation>Migração Concluída</translation>
+    </message>
+    <message>
+        <source>Old files have been migrated to the new installation path successfully!</source>
+        <translation>Os arquivos antigos foram migrados com sucesso para o novo caminho de instalação!</translation>
+    </message>
+    <message>
+        <source>Migration Failed</source>
+        <translation>Falha na Migração</translation>
+    </message>
+    <message>
+        <source>Failed to migrate old files to the new installation path.</source>
+        <translation>Falha ao migrar os arquivos antigos para o novo caminho de instalação.</translation>
+    </message>
 </context>
 </TS>

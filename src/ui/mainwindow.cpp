@@ -45,6 +45,7 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
     // is still hidden.
     UserPrompt::setHandlers(
         [](const QString &title, const QString &text) { QMessageBox::critical(nullptr, title, text); },
+        [](const QString &title, const QString &text) { QMessageBox::information(nullptr, title, text); },
         [](const QString &title, const QString &text) {
             return QMessageBox::question(nullptr, title, text, QMessageBox::Yes | QMessageBox::No,
                                          QMessageBox::NoButton)
@@ -127,6 +128,8 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
     connect(Settings::instance(), &Settings::installPathChanged, this, &MainWindow::onInstallPathChanged);
 
     installEventFilterOn("settingsButton");
+
+    setUpNews();
 
     connect(&updater, &Updater::stateChanged, this, [this](const QString &state) {
         setButtonState(state);

@@ -6,10 +6,13 @@
 
 #include "updater/updater.h"
 
+class AnnouncementWidget;
 class BackgroundVideo;
 class CircularProgressWidget;
 class QLabel;
 class QMessageBox;
+class QNetworkAccessManager;
+class QNetworkReply;
 class QPushButton;
 class QTimer;
 
@@ -86,6 +89,11 @@ private:
     void recheckAfterInstall();
     void resetButtonToInstallation();
 
+    // News and start-up
+    void setUpNews();
+    void handleNewsReply(QNetworkReply *reply);
+    void offerLegacyMigration();
+
     // Background
     void setUpBackground();
     void onFirstPaint();
@@ -115,4 +123,7 @@ private:
     int checkingDots = 0;
     QElapsedTimer sinceSpeedShown;
     int launchTimeLimitMs;
+    AnnouncementWidget *announcement1 = nullptr;
+    AnnouncementWidget *announcement2 = nullptr;
+    QNetworkAccessManager *newsManager = nullptr;
 };

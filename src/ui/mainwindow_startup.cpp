@@ -2,6 +2,7 @@
 
 void MainWindow::onBackgroundSetupComplete()
 {
+    offerLegacyMigration();
     updater.checkLauncherVersion();
 }
 

@@ -15,13 +15,15 @@ namespace UserPrompt
         No,
     };
 
-    using CriticalHandler = std::function<void(const QString &title, const QString &text)>;
+    using MessageHandler = std::function<void(const QString &title, const QString &text)>;
     using QuestionHandler = std::function<Answer(const QString &title, const QString &text)>;
 
-    void setHandlers(CriticalHandler critical, QuestionHandler question);
+    void setHandlers(MessageHandler critical, QuestionHandler question);
+    void setHandlers(MessageHandler critical, MessageHandler information, QuestionHandler question);
 
     // Blocks until the user has read it.
     void critical(const QString &title, const QString &text);
+    void information(const QString &title, const QString &text);
     // Yes or No; closing the question without choosing answers No.
     Answer question(const QString &title, const QString &text);
 }
