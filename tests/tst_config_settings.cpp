@@ -62,137 +62,31 @@ void TestSettings::init()
 void TestSettings::configurations_data()
 {
     QTest::addColumn<QString>("product");
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("applicationName");
-    QTest::addColumn<QString>("updatePath");
-    QTest::addColumn<QString>("executableName");
-    QTest::addColumn<QString>("logoImage");
-    QTest::addColumn<QString>("legacyDir");
-    QTest::addColumn<QString>("launcherExecutable");
-    QTest::addColumn<QString>("launcherManifestPath");
-    QTest::addColumn<bool>("hasNews");
-    QTest::addColumn<int>("categories");
-
-    QTest::newRow("hollowmere") << "hollowmere"
-                                << "0.0.2"
-                                << "Hollowmere"
-                                << "/hollowmere"
-                                << "hollowmere_dx_BE.exe"
-                                << "hm_logo.png"
-                                << "Hollowmere/hollowmere"
-                                << "launcher.exe"
-                                << "/hm_launcher_manifest.json" << true << 9;
-    QTest::newRow("hollowmere_ptr") << "hollowmere_ptr"
-                                    << "0.0.1"
-                                    << "Hollowmere PTR"
-                                    << "/hollowmere_ptr"
-                                    << "hollowmere_dx.exe"
-                                    << "hm_logo.png"
-                                    << "Hollowmere/hollowmere_ptr"
-                                    << "launcher.exe"
-                                    << "/hm_ptr_launcher_manifest.json" << true << 9;
-    QTest::newRow("hollowmere_test") << "hollowmere_test"
-                                     << "0.0.2"
-                                     << "Hollowmere Test Server"
-                                     << "/hollowmere_test"
-                                     << "hollowmere_dx.exe"
-                                     << "hm_logo.png"
-                                     << "Hollowmere/hollowmere_test"
-                                     << "launcher.exe"
-                                     << "/hm_test_launcher_manifest.json" << true << 9;
-    QTest::newRow("hollowmere_tournament") << "hollowmere_tournament"
-                                           << "0.0.1"
-                                           << "Hollowmere Tournament"
-                                           << "/hollowmere_tournament"
-                                           << "hollowmere_dx.exe"
-                                           << "hm_logo.png"
-                                           << "hollowmere_tournament"
-                                           << "bwd-launcher.exe"
-                                           << "/hollowmere_tournament.json" << false << 10;
-    QTest::newRow("ashfallow") << "ashfallow"
-                               << "0.0.1"
-                               << "Ashfallow"
-                               << "/ashfallow"
-                               << "ashfallow_dx_BE.exe"
-                               << "af_logo.png"
-                               << "Ashfallow/ashfallow"
-                               << "bwd-launcher.exe"
-                               << "/af_launcher_manifest.json" << true << 8;
-    QTest::newRow("ashfallow_ptr") << "ashfallow_ptr"
-                                   << "0.0.1"
-                                   << "Ashfallow PTR"
-                                   << "/ashfallow_ptr"
-                                   << "ashfallow_dx_BE.exe"
-                                   << "af_logo.png"
-                                   << "Ashfallow/ashfallow_ptr"
-                                   << "bwd-launcher.exe"
-                                   << "/af_launcher_ptr_manifest.json" << true << 8;
-    QTest::newRow("ashfallow_test") << "ashfallow_test"
-                                    << "0.0.9"
-                                    << "Ashfallow Test Server"
-                                    << "/ashfallow_test_new"
-                                    << "ashfallow_dx.exe"
-                                    << "af_logo.png"
-                                    << "Ashfallow/ashfallow_test"
-                                    << "bwd-launcher.exe"
-                                    << "/af_launcher_test_manifest.json" << true << 8;
-    QTest::newRow("dev") << "dev"
-                         << "dev"
-                         << "Hollowmere"
-                         << "/hm_launcher_test"
-                         << "hollowmere_dx.exe"
-                         << "hm_logo.png"
-                         << "Hollowmere/hollowmere"
-                         << "launcher.exe"
-                         << "/hm_launcher_manifest.json" << true << 10;
+    for (const char *product : {"hollowmere", "hollowmere_ptr", "hollowmere_test", "hollowmere_tournament", "ashfallow",
+                                "ashfallow_ptr", "ashfallow_test", "dev"})
+        QTest::newRow(product) << QString::fromLatin1(product);
 }
 
+// What every product file must give, whatever its values: a launcher that
+// can reach its servers and draw its window from what we ship.
 void TestSettings::configurations()
 {
     QFETCH(QString, product);
-    QFETCH(QString, version);
-    QFETCH(QString, applicationName);
-    QFETCH(QString, updatePath);
-    QFETCH(QString, executableName);
-    QFETCH(QString, logoImage);
-    QFETCH(QString, legacyDir);
-    QFETCH(QString, launcherExecutable);
-    QFETCH(QString, launcherManifestPath);
-    QFETCH(bool, hasNews);
-    QFETCH(int, categories);
 
     const Settings settings(QStringLiteral(":/resources/settings_%1.json").arg(product), nullptr);
-    QCOMPARE(settings.version(), version);
-    QCOMPARE(settings.applicationName(), applicationName);
-    QCOMPARE(settings.companyName(), QStringLiteral("Brindlewood Works"));
+    QVERIFY(!settings.version().isEmpty());
+    QVERIFY(!settings.applicationName().isEmpty());
+    QVERIFY(!settings.executableName().isEmpty());
     QCOMPARE(settings.manifestFile(), QStringLiteral("checksums.txt.gz"));
-    QCOMPARE(settings.executableName(), executableName);
-    QCOMPARE(settings.logoImage(), logoImage);
-    QCOMPARE(settings.legacyDir(), legacyDir);
-    QCOMPARE(settings.updaterExecutable(), QStringLiteral("updater.exe"));
-    QCOMPARE(settings.launcherExecutable(), launcherExecutable);
     QVERIFY(QFile::exists(QStringLiteral(":/resources/") + settings.logoImage()));
 
     const QUrl updateUrl(settings.updateUrl());
     QVERIFY(updateUrl.isValid());
-    QCOMPARE(updateUrl.path(), updatePath);
     QVERIFY(!settings.updateUrl().endsWith(QLatin1Char('/')));
-    QCOMPARE(QUrl(settings.launcherUpdateUrl()).path(), launcherManifestPath);
     QCOMPARE(QUrl(settings.launcherUpdateUrl()).host(), updateUrl.host());
     QVERIFY(QUrl(settings.companyUrl()).isValid() && !settings.companyUrl().isEmpty());
-    QCOMPARE(settings.newsUrl().isEmpty(), !hasNews);
-    if (hasNews)
-        QCOMPARE(QUrl(settings.newsUrl()).path(), QStringLiteral("/api/news"));
-
-    const QJsonObject paths = settings.config().value(QLatin1String("defaultPaths")).toObject();
-    QCOMPARE(paths.value(QLatin1String("windows")).toString(),
-             QStringLiteral("%ProgramFiles(x86)%/{companyName}/{applicationName}"));
-    QCOMPARE(paths.value(QLatin1String("other")).toString(),
-             QStringLiteral("{appData}/{companyName}/{applicationName}"));
-    QCOMPARE(settings.config().value(QLatin1String("autoUpdate")).toBool(), true);
 
     // Every row is a link with an icon we ship, or the one empty separator.
-    QCOMPARE(settings.categories().size(), categories);
     int separators = 0;
     for (const QJsonValue &value : settings.categories()) {
         const QJsonObject category = value.toObject();
@@ -207,9 +101,9 @@ void TestSettings::configurations()
     }
     QCOMPARE(separators, 1);
 
-    QCOMPARE(QCoreApplication::organizationName(), QStringLiteral("Brindlewood Works"));
-    QCOMPARE(QCoreApplication::applicationName(), applicationName + QStringLiteral(" Launcher"));
-    QCOMPARE(QCoreApplication::applicationVersion(), version);
+    QCOMPARE(QCoreApplication::organizationName(), settings.companyName());
+    QCOMPARE(QCoreApplication::applicationName(), settings.applicationName() + QStringLiteral(" Launcher"));
+    QCOMPARE(QCoreApplication::applicationVersion(), settings.version());
 }
 
 void TestSettings::brokenConfigurations_data()
