@@ -468,11 +468,11 @@ void TestManage::legacyQuestion()
     Settings::instance()->setIgnoreLegacyInstallationMigration(false);
 
     QStringList seen;
-    const auto tell = [&seen](const QString &title, const QString &) { seen << title; };
-    UserPrompt::setHandlers(tell, tell, [&seen, answerYes](const QString &title, const QString &) {
-        seen << title;
-        return answerYes ? UserPrompt::Answer::Yes : UserPrompt::Answer::No;
-    });
+    const auto tell = [&seen](const QString &title, const QString &, QWidget *) { seen << title; };
+    UserPrompt::setHandlers({tell, tell, tell, [&seen, answerYes](const QString &title, const QString &, QWidget *) {
+                                 seen << title;
+                                 return answerYes ? UserPrompt::Answer::Yes : UserPrompt::Answer::No;
+                             }});
     m_window->onBackgroundSetupComplete();
 
     QCOMPARE(seen, shown);

@@ -41,18 +41,23 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
     // read any settings yet; from here on everything may.
     new Settings(configurationFile, this);
 
-    // The engine's own boxes have no parent: they may come while the window
-    // is still hidden.
-    UserPrompt::setHandlers(
-        [](const QString &title, const QString &text) { QMessageBox::critical(nullptr, title, text); },
-        [](const QString &title, const QString &text) { QMessageBox::information(nullptr, title, text); },
-        [](const QString &title, const QString &text) {
-            return QMessageBox::question(nullptr, title, text, QMessageBox::Yes | QMessageBox::No,
-                                         QMessageBox::NoButton)
+    // A box takes the parent its caller names. The engine names none: its
+    // boxes may come while the window is still hidden.
+    UserPrompt::setHandlers({
+        [](const QString &title, const QString &text, QWidget *owner) {
+            QMessageBox::critical(owner, title, text);
+        },
+        [](const QString &title, const QString &text, QWidget *owner) { QMessageBox::warning(owner, title, text); },
+        [](const QString &title, const QString &text, QWidget *owner) {
+            QMessageBox::information(owner, title, text);
+        },
+        [](const QString &title, const QString &text, QWidget *owner) {
+            return QMessageBox::question(owner, title, text, QMessageBox::Yes | QMessageBox::No, QMessageBox::NoButton)
                     == QMessageBox::Yes
                 ? UserPrompt::Answer::Yes
                 : UserPrompt::Answer::No;
-        });
+        },
+    });
 
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground, true);

@@ -52,14 +52,16 @@ void MainWindow::offerLegacyMigration()
     // Asked through the prompt hook, so that tests can answer it.
     if (UserPrompt::question(tr("Legacy Installation Detected"),
                              tr("We have detected a legacy installation. Would you like to migrate old files to the "
-                                "new installation path?"))
+                                "new installation path?"),
+                             this)
         != UserPrompt::Answer::Yes) {
         Settings::instance()->setIgnoreLegacyInstallationMigration(true);
         return;
     }
     if (updater.migrateLegacyInstallation())
         UserPrompt::information(tr("Migration Complete"),
-                                tr("Old files have been migrated to the new installation path successfully!"));
+                                tr("Old files have been migrated to the new installation path successfully!"), this);
     else
-        UserPrompt::critical(tr("Migration Failed"), tr("Failed to migrate old files to the new installation path."));
+        UserPrompt::critical(tr("Migration Failed"), tr("Failed to migrate old files to the new installation path."),
+                             this);
 }

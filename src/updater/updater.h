@@ -92,6 +92,9 @@ public:
     // Unpacks the legacy archive in place, then moves the legacy tree into
     // the install directory. Shows nothing; the caller tells the user.
     bool migrateLegacyInstallation();
+    // Asks, then removes the install directory through the relocation tool,
+    // elevated where the player cannot write it. Blocks while the tool runs.
+    void uninstall();
 
     // The relocation tool is this program itself; tests run the built one.
     void setToolProgram(const QString &program);

@@ -4,45 +4,41 @@
 
 namespace
 {
-    UserPrompt::MessageHandler s_critical;
-    UserPrompt::MessageHandler s_information;
-    UserPrompt::QuestionHandler s_question;
+    UserPrompt::Handlers s_handlers;
 
-    void tell(const UserPrompt::MessageHandler &handler, const QString &title, const QString &text)
+    void tell(const UserPrompt::MessageHandler &handler, const QString &title, const QString &text, QWidget *parent)
     {
         if (handler)
-            handler(title, text);
+            handler(title, text, parent);
         else
             qWarning().noquote() << title << ':' << text;
     }
 }
 
-void UserPrompt::setHandlers(MessageHandler critical, QuestionHandler question)
+void UserPrompt::setHandlers(Handlers handlers)
 {
-    setHandlers(std::move(critical), MessageHandler(), std::move(question));
+    s_handlers = std::move(handlers);
 }
 
-void UserPrompt::setHandlers(MessageHandler critical, MessageHandler information, QuestionHandler question)
+void UserPrompt::critical(const QString &title, const QString &text, QWidget *parent)
 {
-    s_critical = std::move(critical);
-    s_information = std::move(information);
-    s_question = std::move(question);
+    tell(s_handlers.critical, title, text, parent);
 }
 
-void UserPrompt::critical(const QString &title, const QString &text)
+void UserPrompt::warning(const QString &title, const QString &text, QWidget *parent)
 {
-    tell(s_critical, title, text);
+    tell(s_handlers.warning, title, text, parent);
 }
 
-void UserPrompt::information(const QString &title, const QString &text)
+void UserPrompt::information(const QString &title, const QString &text, QWidget *parent)
 {
-    tell(s_information, title, text);
+    tell(s_handlers.information, title, text, parent);
 }
 
-UserPrompt::Answer UserPrompt::question(const QString &title, const QString &text)
+UserPrompt::Answer UserPrompt::question(const QString &title, const QString &text, QWidget *parent)
 {
-    if (s_question)
-        return s_question(title, text);
+    if (s_handlers.question)
+        return s_handlers.question(title, text, parent);
     // Without anyone to ask, nothing is agreed to.
     qWarning().noquote() << title << ':' << text << "(answered No)";
     return Answer::No;

@@ -87,12 +87,15 @@ void TestLauncherVersion::versions()
     QFETCH(QStringList, prompts);
 
     QStringList shown;
-    UserPrompt::setHandlers(
-        [&shown](const QString &title, const QString &text) { shown << title + QStringLiteral(": ") + text; },
-        [&shown, answerYes](const QString &title, const QString &text) {
+    UserPrompt::setHandlers({
+        [&shown](const QString &title, const QString &text, QWidget *) { shown << title + QStringLiteral(": ") + text; },
+        {},
+        {},
+        [&shown, answerYes](const QString &title, const QString &text, QWidget *) {
             shown << title + QStringLiteral(": ") + text;
             return answerYes ? UserPrompt::Answer::Yes : UserPrompt::Answer::No;
-        });
+        },
+    });
 
     const auto settings = makeSettings(QStringLiteral("0.0.1"));
     m_server.setContent(QStringLiteral("/launcher.json"), body, status);

@@ -197,8 +197,11 @@ void TestUpdaterMigrate::migrate()
 
     // The engine tells nothing itself; the window's box follows a false result.
     int boxes = 0;
-    UserPrompt::setHandlers([&boxes](const QString &, const QString &) { ++boxes; },
-                            [](const QString &, const QString &) { return UserPrompt::Answer::No; });
+    const auto count = [&boxes](const QString &, const QString &, QWidget *) { ++boxes; };
+    UserPrompt::setHandlers({count, count, count, [&boxes](const QString &, const QString &, QWidget *) {
+                                 ++boxes;
+                                 return UserPrompt::Answer::No;
+                             }});
     Updater updater;
     updater.setToolProgram(QStringLiteral(LAUNCHER_BINARY));
     QSignalSpy errors(&updater, &Updater::downloadError);
@@ -220,7 +223,7 @@ void TestUpdaterMigrate::migrate()
     QCOMPARE(filesUnder(outside), QStringList());
     QCOMPARE(errors.count(), 0);
     QCOMPARE(boxes, 0);
-    UserPrompt::setHandlers({}, {});
+    UserPrompt::setHandlers({});
 }
 
 QTEST_GUILESS_MAIN(TestUpdaterMigrate)
