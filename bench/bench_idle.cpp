@@ -31,7 +31,8 @@
 
 namespace
 {
-    const QByteArray WindowTitle = "Hollowmere Bench Launcher";
+    // Once the language is applied the title is the translated "Launcher".
+    const QByteArray WindowTitle = "Launcher";
     // Spots in the window: the moon of the still picture, and the frame of
     // the manage button clear of any text.
     const QRect MoonArea(960, 100, 100, 100);

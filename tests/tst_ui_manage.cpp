@@ -1,7 +1,4 @@
 #include <QBuffer>
-#include <QDir>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -14,12 +11,13 @@
 
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "support/testfiles.h"
 #include "support/testhttpserver.h"
+#include "support/testmanifest.h"
 #include "support/virtualdisplay.h"
 #include "ui/announcementwidget.h"
 #include "ui/circularprogresswidget.h"
 #include "ui/mainwindow.h"
-#include "updater/crc32.h"
 #include "updater/userprompt.h"
 
 // The window driven by a real engine against the loopback server: what the
@@ -38,10 +36,9 @@ private slots:
     void installRun();
     void stagedFilesAreInstalledThenRechecked();
     void checkingAnimation();
-    void repeatedStateChangesNothing();
+    void speedLabel();
     void launch_data();
     void launch();
-    void speedLabelStartsEmptyEachRun();
     void firstPaintShowsPictureAndNeutralButton();
     void newsFillsBothCards();
     void legacyQuestion_data();
@@ -49,9 +46,10 @@ private slots:
 
 private:
     void serve(const QMap<QString, QByteArray> &files);
-    QPushButton *button() const;
-    QString state() const;
-    QMessageBox *errorBox() const;
+    QPushButton *button() const { return m_window->findChild<QPushButton *>(QStringLiteral("manageButton")); }
+    QString state() const { return button()->property("state").toString(); }
+    // "title: text" of the window's message box, if one is open.
+    QString errorBox() const;
 
     IsolatedSettings m_isolation;
     VirtualDisplay m_display;
@@ -66,26 +64,21 @@ namespace
 {
     const QString GameTitle = QStringLiteral("Manage Test Game");
     const QString ExecutableName = QStringLiteral("managegame.bin");
+    const QString ManifestPath = QStringLiteral("/game/checksums.txt.gz");
 }
 
 void TestManage::initTestCase()
 {
     QVERIFY2(m_display.isRunning(), "Xvfb is needed for the launch tests");
-    const QJsonObject configuration {
-        {QStringLiteral("version"), QStringLiteral("dev")},
-        {QStringLiteral("applicationName"), GameTitle},
-        {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
-        {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
-        {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
-        {QStringLiteral("executableName"), ExecutableName},
-        {QStringLiteral("logoImage"), QStringLiteral("hm_logo.png")},
-        {QStringLiteral("newsUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/api/news"))},
-        {QStringLiteral("legacyDir"), QStringLiteral("Legacy/manage")},
-    };
-    m_configuration = m_scratch.filePath(QStringLiteral("settings.json"));
-    QFile file(m_configuration);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(QJsonDocument(configuration).toJson());
+    const QString server = m_server.baseUrl().toString();
+    m_configuration
+        = TestFiles::writeConfiguration(m_scratch.path(),
+                                        {{QStringLiteral("applicationName"), GameTitle},
+                                         {QStringLiteral("updateUrl"), QString(server + QStringLiteral("/game"))},
+                                         {QStringLiteral("executableName"), ExecutableName},
+                                         {QStringLiteral("logoImage"), QStringLiteral("hm_logo.png")},
+                                         {QStringLiteral("newsUrl"), QString(server + QStringLiteral("/api/news"))},
+                                         {QStringLiteral("legacyDir"), QStringLiteral("Legacy/manage")}});
 }
 
 void TestManage::init()
@@ -94,8 +87,10 @@ void TestManage::init()
     m_install = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("install-XXXXXX")));
     {
         // Stored before the window exists: a change of path starts a check.
+        // The player has chosen it, so no first-run question comes.
         Settings settings(m_configuration, nullptr);
         settings.setInstallPath(m_install->path());
+        settings.setHasSelectedInstallPath(true);
     }
     m_window = std::make_unique<MainWindow>(m_configuration);
     QDir(Updater::stagingDirectory()).removeRecursively();
@@ -113,31 +108,15 @@ void TestManage::cleanup()
 
 void TestManage::serve(const QMap<QString, QByteArray> &files)
 {
-    QJsonObject table;
-    for (auto it = files.cbegin(); it != files.cend(); ++it) {
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
         m_server.setContent(QStringLiteral("/game") + it.key(), it.value());
-        table.insert(it.key(),
-                     QJsonObject {{QStringLiteral("checksum"),
-                                   Crc32::toDigest(Crc32::update(0, it.value().constData(), it.value().size()))},
-                                  {QStringLiteral("size"), it.value().size()}});
-    }
-    m_server.setContent(QStringLiteral("/game/checksums.txt.gz"),
-                        qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), table}}).toJson()));
+    m_server.setContent(ManifestPath, TestManifest::body(files));
 }
 
-QPushButton *TestManage::button() const
+QString TestManage::errorBox() const
 {
-    return m_window->findChild<QPushButton *>(QStringLiteral("manageButton"));
-}
-
-QString TestManage::state() const
-{
-    return button()->property("state").toString();
-}
-
-QMessageBox *TestManage::errorBox() const
-{
-    return m_window->findChild<QMessageBox *>();
+    const auto *box = m_window->findChild<QMessageBox *>();
+    return box ? box->windowTitle() + QStringLiteral(": ") + box->text() : QString();
 }
 
 void TestManage::outcomes_data()
@@ -152,11 +131,12 @@ void TestManage::outcomes_data()
                                        << "Install" << QString();
     QTest::newRow("up to date") << true << false << "play"
                                 << "Play" << QString();
+    // The file on disk differs from the published one.
     QTest::newRow("patch needed") << true << true << "update"
                                   << "Update" << QString();
     QTest::newRow("patch server down") << false << true << "install"
                                        << "Install"
-                                       << "Network error occurred";
+                                       << "Download Error: Network error occurred";
 }
 
 void TestManage::outcomes()
@@ -170,16 +150,12 @@ void TestManage::outcomes()
     const QByteArray content("game data");
     serve({{QStringLiteral("/data.bin"), content}});
     if (installed) {
-        QFile marker(m_install->filePath(QStringLiteral(".initcomplete")));
-        QVERIFY(marker.open(QIODevice::WriteOnly));
-        marker.close();
-        QFile data(m_install->filePath(QStringLiteral("data.bin")));
-        QVERIFY(data.open(QIODevice::WriteOnly));
-        // "patch needed": the file on disk differs from the published one.
-        data.write(manifestFails ? QByteArray("old data") : content);
+        QVERIFY(TestFiles::write(m_install->filePath(QStringLiteral(".initcomplete")), {}));
+        QVERIFY(TestFiles::write(m_install->filePath(QStringLiteral("data.bin")),
+                                 manifestFails ? QByteArray("old data") : content));
+    } else if (manifestFails) {
+        m_server.setFault(ManifestPath, {TestHttpServer::Fault::Status, 500});
     }
-    if (manifestFails && !installed)
-        m_server.setFault(QStringLiteral("/game/checksums.txt.gz"), {TestHttpServer::Fault::Status, 500, 0, 0});
 
     // Nothing is claimed before the first check has settled.
     QCOMPARE(state(), QString());
@@ -189,35 +165,25 @@ void TestManage::outcomes()
     m_window->engine().checkForUpdates();
     QCOMPARE(state(), QStringLiteral("checking"));
     QVERIFY(!button()->isEnabled());
-    QVERIFY(circle->isVisibleTo(m_window.get()));
-    QVERIFY(circle->isBusy());
+    QVERIFY(circle->isVisibleTo(m_window.get()) && circle->isBusy());
 
     QTRY_COMPARE(state(), expectedState);
     QCOMPARE(button()->text(), text);
     QVERIFY(button()->isEnabled());
     QVERIFY(!button()->icon().isNull());
-    QVERIFY(!circle->isVisibleTo(m_window.get()));
-    QVERIFY(!circle->isBusy());
-    if (error.isEmpty()) {
-        QVERIFY(!errorBox());
-    } else {
-        QVERIFY(errorBox());
-        QCOMPARE(errorBox()->windowTitle(), QStringLiteral("Download Error"));
-        QCOMPARE(errorBox()->text(), error);
-    }
+    QVERIFY(!circle->isVisibleTo(m_window.get()) && !circle->isBusy());
+    QCOMPARE(errorBox(), error);
 }
 
 void TestManage::installRun()
 {
-    QByteArray big(2 * 1024 * 1024, 'b');
+    const QByteArray big(2 * 1024 * 1024, 'b');
     serve({{QStringLiteral("/big.bin"), big}, {QStringLiteral("/small.bin"), QByteArray("small")}});
     m_server.setFault(QStringLiteral("/game/big.bin"), {TestHttpServer::Fault::Trickle, 0, 256 * 1024, 150});
     m_window->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
-
     m_window->engine().checkForUpdates();
     QTRY_COMPARE(state(), QStringLiteral("install"));
-    QVERIFY(button()->isEnabled());
 
     QSignalSpy states(m_window.get(), &MainWindow::buttonStateChanged);
     QTest::mousePress(button(), Qt::LeftButton);
@@ -226,8 +192,7 @@ void TestManage::installRun()
     QVERIFY(!button()->isEnabled());
     auto *circle = m_window->findChild<CircularProgressWidget *>();
     auto *speed = m_window->findChild<QLabel *>(QStringLiteral("speedLabel"));
-    QVERIFY(circle->isVisible());
-    QVERIFY(speed->isVisible());
+    QVERIFY(circle->isVisible() && speed->isVisible());
     // Nothing until the run's first speed sample.
     QCOMPARE(speed->text(), QString());
     // Circle and text sit side by side, centred together in the button.
@@ -238,8 +203,7 @@ void TestManage::installRun()
 
     QTRY_VERIFY_WITH_TIMEOUT(state() == QLatin1String("play"), 20000);
     QCOMPARE(button()->text(), QStringLiteral("Play"));
-    QVERIFY(!circle->isVisible());
-    QVERIFY(!speed->isVisible());
+    QVERIFY(!circle->isVisible() && !speed->isVisible());
     QCOMPARE(states.first().first().toString(), QStringLiteral("installing"));
     QCOMPARE(states.last().first().toString(), QStringLiteral("play"));
     QVERIFY(QFile::exists(m_install->filePath(QStringLiteral(".initcomplete"))));
@@ -250,17 +214,10 @@ void TestManage::stagedFilesAreInstalledThenRechecked()
 {
     const QByteArray content("staged before a crash");
     serve({{QStringLiteral("/a.bin"), content}});
-    const QString staging = Updater::stagingDirectory();
-    QDir().mkpath(staging);
-    QFile staged(staging + QStringLiteral("/a.bin"));
-    QVERIFY(staged.open(QIODevice::WriteOnly));
-    staged.write(content);
-    staged.close();
-
+    QVERIFY(TestFiles::write(Updater::stagingDirectory() + QStringLiteral("/a.bin"), content));
     QSignalSpy checking(&m_window->engine(), &Updater::checkingForUpdates);
     m_window->engine().checkForUpdates();
-    // The staged file is accepted, installed, and a fresh check follows.
-    QTRY_COMPARE(QFile::exists(m_install->filePath(QStringLiteral("a.bin"))), true);
+    QTRY_VERIFY(QFile::exists(m_install->filePath(QStringLiteral("a.bin"))));
     QTRY_COMPARE_WITH_TIMEOUT(checking.count(), 2, 3000);
     QTRY_COMPARE(state(), QStringLiteral("play"));
 }
@@ -268,7 +225,7 @@ void TestManage::stagedFilesAreInstalledThenRechecked()
 void TestManage::checkingAnimation()
 {
     serve({{QStringLiteral("/a.bin"), QByteArray("a")}});
-    m_server.setFault(QStringLiteral("/game/checksums.txt.gz"), {TestHttpServer::Fault::Stall, 0, 0, 0});
+    m_server.setFault(ManifestPath, {TestHttpServer::Fault::Stall});
     m_window->engine().checkForUpdates();
     QCOMPARE(button()->text(), QStringLiteral("Checking for updates"));
     const QString style = button()->styleSheet();
@@ -280,17 +237,34 @@ void TestManage::checkingAnimation()
     QCOMPARE(button()->styleSheet(), style);
 }
 
-void TestManage::repeatedStateChangesNothing()
+void TestManage::speedLabel()
 {
     QSignalSpy states(m_window.get(), &MainWindow::buttonStateChanged);
-    m_window->setButtonState(QStringLiteral("updating"));
     auto *speed = m_window->findChild<QLabel *>(QStringLiteral("speedLabel"));
+    m_window->setButtonState(QStringLiteral("updating"));
     QVERIFY(speed->isVisibleTo(m_window.get()));
+    QCOMPARE(speed->text(), QString());
+    emit m_window->engine().downloadProgress(2048);
+    QCOMPARE(speed->text(), QStringLiteral("2.0 KB/s"));
+    // Within the second: held, as the label changes at most once a second.
+    emit m_window->engine().downloadProgress(4096);
+    QCOMPARE(speed->text(), QStringLiteral("2.0 KB/s"));
+
+    // The same state again changes nothing.
     button()->setText(QStringLiteral("marker"));
     m_window->setButtonState(QStringLiteral("updating"));
     QCOMPARE(states.count(), 1);
     QCOMPARE(button()->text(), QStringLiteral("marker"));
     QVERIFY(speed->isVisibleTo(m_window.get()));
+
+    // The next run does not start with the last one's speed, and its first
+    // sample shows at once.
+    m_window->setButtonState(QStringLiteral("play"));
+    m_window->setButtonState(QStringLiteral("installing"));
+    QVERIFY(speed->isVisibleTo(m_window.get()));
+    QCOMPARE(speed->text(), QString());
+    emit m_window->engine().downloadProgress(3 * 1048576);
+    QCOMPARE(speed->text(), QStringLiteral("3.0 MB/s"));
 }
 
 void TestManage::launch_data()
@@ -304,9 +278,9 @@ void TestManage::launch_data()
                                            << QStringList {"Launching", "Playing", "Checking for updates"} << QString();
     QTest::newRow("no window in time") << QStandardPaths::findExecutable(QStringLiteral("sleep"))
                                        << QStringList {"Launching", "Checking for updates"}
-                                       << "Failed to launch the game. Please verify your installation.";
+                                       << "Launch Failed: Failed to launch the game. Please verify your installation.";
     QTest::newRow("executable missing") << QString() << QStringList {"Checking for updates"}
-                                        << "Game executable not found. Please verify your installation.";
+                                        << "Launch Failed: Game executable not found. Please verify your installation.";
 }
 
 void TestManage::launch()
@@ -317,18 +291,18 @@ void TestManage::launch()
 
     serve({});
     // The check that follows the game stays on "checking".
-    m_server.setFault(QStringLiteral("/game/checksums.txt.gz"), {TestHttpServer::Fault::Stall, 0, 0, 0});
+    m_server.setFault(ManifestPath, {TestHttpServer::Fault::Stall});
     if (!program.isEmpty()) {
         // As a download leaves it: a plain data file.
         QVERIFY(QFile::copy(program, m_install->filePath(ExecutableName)));
         QFile::setPermissions(m_install->filePath(ExecutableName), QFile::ReadOwner | QFile::WriteOwner);
     }
     qputenv("SAMPLE_GAME_TITLE", GameTitle.toUtf8());
+    qputenv("SAMPLE_GAME_SECONDS", "3");
     // The game must show its window on the X server, not off screen.
     const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
     qputenv("QT_QPA_PLATFORM", "xcb");
     const auto restore = qScopeGuard([platform] { qputenv("QT_QPA_PLATFORM", platform); });
-    qputenv("SAMPLE_GAME_SECONDS", "3");
     m_window->setLaunchTimeLimit(3000);
     m_window->setButtonState(QStringLiteral("play"));
 
@@ -349,34 +323,7 @@ void TestManage::launch()
     QTest::qWait(200);
     QCOMPARE(seen, texts);
     QCOMPARE(state(), QStringLiteral("checking"));
-    if (error.isEmpty()) {
-        QVERIFY(!errorBox());
-    } else {
-        QVERIFY(errorBox());
-        QCOMPARE(errorBox()->windowTitle(), QStringLiteral("Launch Failed"));
-        QCOMPARE(errorBox()->text(), error);
-    }
-}
-
-void TestManage::speedLabelStartsEmptyEachRun()
-{
-    auto *speed = m_window->findChild<QLabel *>(QStringLiteral("speedLabel"));
-    m_window->setButtonState(QStringLiteral("updating"));
-    QCOMPARE(speed->text(), QString());
-    emit m_window->engine().downloadProgress(2048);
-    QCOMPARE(speed->text(), QStringLiteral("2.0 KB/s"));
-    // Within the second: held, as the label changes at most once a second.
-    emit m_window->engine().downloadProgress(4096);
-    QCOMPARE(speed->text(), QStringLiteral("2.0 KB/s"));
-
-    // The next run does not start with the last one's speed, and its first
-    // sample shows at once.
-    m_window->setButtonState(QStringLiteral("play"));
-    m_window->setButtonState(QStringLiteral("installing"));
-    QVERIFY(speed->isVisibleTo(m_window.get()));
-    QCOMPARE(speed->text(), QString());
-    emit m_window->engine().downloadProgress(3 * 1048576);
-    QCOMPARE(speed->text(), QStringLiteral("3.0 MB/s"));
+    QCOMPARE(errorBox(), error);
 }
 
 void TestManage::firstPaintShowsPictureAndNeutralButton()
@@ -396,7 +343,6 @@ void TestManage::firstPaintShowsPictureAndNeutralButton()
     QTRY_COMPARE(atFirstPaint, (QStringList {QString(), QString(), QStringLiteral("0")}));
     // A "dev" launcher skips its own version check and goes on to the first check.
     QTRY_COMPARE(checking.count(), 1);
-
     // The moon of the still picture, and corners cut round.
     QVERIFY(qGray(picture.pixel(1010, 150)) > 150);
     QCOMPARE(qAlpha(picture.pixel(0, 0)), 0);
@@ -408,19 +354,16 @@ void TestManage::newsFillsBothCards()
     // The window's request goes out once the event loop runs.
     QImage picture(400, 150, QImage::Format_RGB32);
     picture.fill(Qt::red);
-    QByteArray png;
-    QBuffer buffer(&png);
-    buffer.open(QIODevice::WriteOnly);
-    picture.save(&buffer, "PNG");
-    m_server.setContent(QStringLiteral("/news/red.png"), png);
-    const QString image = m_server.baseUrl().toString() + QStringLiteral("/news/red.png");
+    QBuffer png;
+    png.open(QIODevice::WriteOnly);
+    picture.save(&png, "PNG");
+    m_server.setContent(QStringLiteral("/news/red.png"), png.data());
     m_server.setContent(QStringLiteral("/api/news"),
-                        QJsonDocument::fromJson(QString(R"([{"title": "First", "image": "%1"},
-                                                            {"title": "Second", "image": "%1"},
-                                                            {"title": "Third"}])")
-                                                    .arg(image)
-                                                    .toUtf8())
-                            .toJson());
+                        QString(R"([{"title": "First", "image": "%1/news/red.png"},
+                                                                 {"title": "Second", "image": "%1/news/red.png"},
+                                                                 {"title": "Third"}])")
+                            .arg(m_server.baseUrl().toString())
+                            .toUtf8());
 
     const QList<AnnouncementWidget *> cards = m_window->findChildren<AnnouncementWidget *>();
     QCOMPARE(cards.size(), 2);
@@ -438,12 +381,11 @@ void TestManage::legacyQuestion_data()
     QTest::addColumn<bool>("legacy");
     QTest::addColumn<bool>("answerYes");
     QTest::addColumn<QStringList>("shown");
-    QTest::addColumn<bool>("migrated");
 
     const QString question = QStringLiteral("Legacy Installation Detected");
-    QTest::newRow("no legacy installation") << false << true << QStringList() << false;
-    QTest::newRow("declined") << true << false << QStringList {question} << false;
-    QTest::newRow("accepted") << true << true << QStringList {question, QStringLiteral("Migration Complete")} << true;
+    QTest::newRow("no legacy installation") << false << true << QStringList();
+    QTest::newRow("declined") << true << false << QStringList {question};
+    QTest::newRow("accepted") << true << true << QStringList {question, QStringLiteral("Migration Complete")};
 }
 
 void TestManage::legacyQuestion()
@@ -451,20 +393,14 @@ void TestManage::legacyQuestion()
     QFETCH(bool, legacy);
     QFETCH(bool, answerYes);
     QFETCH(QStringList, shown);
-    QFETCH(bool, migrated);
 
     const QString appData = m_scratch.filePath(QStringLiteral("appdata"));
     qputenv("APPDATA", appData.toUtf8());
     const QString legacyDirectory = appData + QStringLiteral("/Legacy/manage");
     QDir(legacyDirectory).removeRecursively();
-    QDir().mkpath(legacyDirectory);
-    QFile old(legacyDirectory + QStringLiteral("/old.dat"));
-    QVERIFY(old.open(QIODevice::WriteOnly));
-    old.close();
-    if (legacy) {
-        QFile marker(legacyDirectory + QStringLiteral("/.initcomplete"));
-        QVERIFY(marker.open(QIODevice::WriteOnly));
-    }
+    QVERIFY(TestFiles::write(legacyDirectory + QStringLiteral("/old.dat"), {}));
+    if (legacy)
+        QVERIFY(TestFiles::write(legacyDirectory + QStringLiteral("/.initcomplete"), {}));
     Settings::instance()->setIgnoreLegacyInstallationMigration(false);
 
     QStringList seen;
@@ -476,7 +412,7 @@ void TestManage::legacyQuestion()
     m_window->onBackgroundSetupComplete();
 
     QCOMPARE(seen, shown);
-    QCOMPARE(QFile::exists(m_install->filePath(QStringLiteral("old.dat"))), migrated);
+    QCOMPARE(QFile::exists(m_install->filePath(QStringLiteral("old.dat"))), legacy && answerYes);
     // Declining is remembered, so the question does not come again.
     QCOMPARE(Settings::instance()->ignoreLegacyInstallationMigration(), legacy && !answerYes);
 }

@@ -3,6 +3,7 @@
 
 #include <QDesktopServices>
 #include <QFile>
+#include <QFontDatabase>
 #include <QGraphicsOpacityEffect>
 #include <QLabel>
 #include <QMessageBox>
@@ -26,6 +27,24 @@ namespace
     const qreal PressedOpacity = 0.8;
 
     const int DefaultLaunchTimeLimitMs = 60000;
+
+    // Poppins ships with the program, since few systems have it. Its file
+    // names the family "Poppins SemiBold", so the name the sidebar and the
+    // style sheet ask for is mapped onto it; an installed Poppins still wins.
+    void registerBundledFont()
+    {
+        static const bool registered = [] {
+            const int id = QFontDatabase::addApplicationFont(QStringLiteral(":/resources/fonts/Poppins-SemiBold.ttf"));
+            const QString family = QStringLiteral("Poppins");
+            const QStringList families = QFontDatabase::applicationFontFamilies(id);
+            for (const QString &name : families) {
+                if (name != family)
+                    QFont::insertSubstitution(family, name);
+            }
+            return id >= 0;
+        }();
+        Q_UNUSED(registered)
+    }
 }
 
 MainWindow::MainWindow(QWidget *parent)
@@ -68,6 +87,7 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
 
     connect(&updater, &Updater::launcherVersionCheckComplete, this, &MainWindow::onLauncherVersionCheckComplete);
 
+    registerBundledFont();
     ui->setupUi(this);
     setWindowTitle(Settings::instance()->applicationName() + QStringLiteral(" Launcher"));
 
@@ -84,6 +104,7 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
 
     setLogo();
     installEventFilterOn("titleBar");
+    buildCategories();
     installEventFilterOn("companyButton");
     if (auto *panel = findChild<QWidget *>(QStringLiteral("bottomPanel")))
         panel->raise();
@@ -132,7 +153,10 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
 
     connect(Settings::instance(), &Settings::installPathChanged, this, &MainWindow::onInstallPathChanged);
 
-    installEventFilterOn("settingsButton");
+    if (auto *button = findChild<QPushButton *>(QStringLiteral("settingsButton"))) {
+        connect(button, &QPushButton::clicked, this, &MainWindow::showSettingsMenu);
+        button->installEventFilter(this);
+    }
 
     setUpNews();
 
@@ -144,6 +168,8 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
         else
             ensurePlaying();
     });
+
+    applyLanguage(Settings::instance()->language());
 }
 
 MainWindow::~MainWindow()

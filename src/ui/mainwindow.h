@@ -3,6 +3,7 @@
 #include <QElapsedTimer>
 #include <QImage>
 #include <QMainWindow>
+#include <QTranslator>
 
 #include "updater/updater.h"
 
@@ -43,6 +44,15 @@ public:
 
     // How long the launch watch waits for the game's window; tests shorten it.
     void setLaunchTimeLimit(int milliseconds);
+
+    // Asks where the game's files live. The first-run variant cannot be
+    // cancelled; the other one may move an existing installation.
+    void showLocationDialog(bool firstRun);
+    // Built anew on each click, so it always matches the moment.
+    void showSettingsMenu();
+    // Installs the catalogue for the code ("pt"; anything else is English)
+    // and re-translates the window, the sidebar and the button.
+    void applyLanguage(const QString &code);
 
 signals:
     void buttonStateChanged(const QString &state);
@@ -89,6 +99,9 @@ private:
     void recheckAfterInstall();
     void resetButtonToInstallation();
 
+    // Sidebar
+    void buildCategories();
+
     // News and start-up
     void setUpNews();
     void handleNewsReply(QNetworkReply *reply);
@@ -126,4 +139,5 @@ private:
     AnnouncementWidget *announcement1 = nullptr;
     AnnouncementWidget *announcement2 = nullptr;
     QNetworkAccessManager *newsManager = nullptr;
+    QTranslator translator;
 };
