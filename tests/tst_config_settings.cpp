@@ -6,8 +6,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <memory>
+
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "support/testfiles.h"
 
 class TestSettings : public QObject
 {
@@ -19,17 +22,13 @@ private slots:
     void configurations();
     void brokenConfigurations_data();
     void brokenConfigurations();
-    void compiledInConfiguration();
     void expandPath_data();
     void expandPath();
-    void expandPathCreatesParent();
     void defaultInstallPath();
     void installPath();
     void changeRules_data();
     void changeRules();
-    void alwaysWrittenKeys();
-    void language();
-    void lastUpdateCheck();
+    void storedAcrossRuns();
 
 private:
     IsolatedSettings m_isolation;
@@ -38,15 +37,6 @@ private:
 
 namespace
 {
-    QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &contents)
-    {
-        QFile file(dir.filePath(name));
-        if (!file.open(QIODevice::WriteOnly))
-            return QString();
-        file.write(contents);
-        return file.fileName();
-    }
-
     QString native(const QString &path)
     {
         return QDir::toNativeSeparators(QDir::cleanPath(path));
@@ -64,7 +54,9 @@ void TestSettings::configurations_data()
     QTest::addColumn<QString>("product");
     for (const char *product : {"hollowmere", "hollowmere_ptr", "hollowmere_test", "hollowmere_tournament", "ashfallow",
                                 "ashfallow_ptr", "ashfallow_test", "dev"})
-        QTest::newRow(product) << QString::fromLatin1(product);
+        QTest::newRow(product) << QStringLiteral(":/resources/settings_%1.json").arg(QLatin1String(product));
+    // No file given: the one compiled in.
+    QTest::newRow("compiled in") << QString();
 }
 
 // What every product file must give, whatever its values: a launcher that
@@ -73,16 +65,16 @@ void TestSettings::configurations()
 {
     QFETCH(QString, product);
 
-    const Settings settings(QStringLiteral(":/resources/settings_%1.json").arg(product), nullptr);
-    QVERIFY(!settings.version().isEmpty());
-    QVERIFY(!settings.applicationName().isEmpty());
+    const auto owned
+        = product.isEmpty() ? std::make_unique<Settings>(nullptr) : std::make_unique<Settings>(product, nullptr);
+    const Settings &settings = *owned;
+    QCOMPARE(Settings::instance(), &settings);
+    QVERIFY(!settings.version().isEmpty() && !settings.applicationName().isEmpty());
     QVERIFY(!settings.executableName().isEmpty());
     QCOMPARE(settings.manifestFile(), QStringLiteral("checksums.txt.gz"));
     QVERIFY(QFile::exists(QStringLiteral(":/resources/") + settings.logoImage()));
-
     const QUrl updateUrl(settings.updateUrl());
-    QVERIFY(updateUrl.isValid());
-    QVERIFY(!settings.updateUrl().endsWith(QLatin1Char('/')));
+    QVERIFY(updateUrl.isValid() && !settings.updateUrl().endsWith(QLatin1Char('/')));
     QCOMPARE(QUrl(settings.launcherUpdateUrl()).host(), updateUrl.host());
     QVERIFY(QUrl(settings.companyUrl()).isValid() && !settings.companyUrl().isEmpty());
 
@@ -90,14 +82,12 @@ void TestSettings::configurations()
     int separators = 0;
     for (const QJsonValue &value : settings.categories()) {
         const QJsonObject category = value.toObject();
-        if (category.isEmpty()) {
-            ++separators;
-            continue;
-        }
-        QVERIFY(!category.value(QLatin1String("name")).toString().isEmpty());
-        QVERIFY2(QFile::exists(category.value(QLatin1String("icon")).toString()),
-                 qPrintable(category.value(QLatin1String("icon")).toString()));
-        QVERIFY(QUrl(category.value(QLatin1String("url")).toString()).isValid());
+        separators += category.isEmpty();
+        const QString icon = category.value(QLatin1String("icon")).toString();
+        QVERIFY2(category.isEmpty()
+                     || (!category.value(QLatin1String("name")).toString().isEmpty() && QFile::exists(icon)
+                         && QUrl(category.value("url").toString()).isValid()),
+                 qPrintable(icon));
     }
     QCOMPARE(separators, 1);
 
@@ -108,45 +98,29 @@ void TestSettings::configurations()
 
 void TestSettings::brokenConfigurations_data()
 {
-    QTest::addColumn<QString>("fileName");
-    QTest::addColumn<QByteArray>("contents");
+    QTest::addColumn<QByteArray>("contents"); // empty: no file at all
     QTest::addColumn<QString>("applicationName");
-    QTest::addColumn<QString>("version");
 
-    QTest::newRow("missing") << QStringLiteral("missing.json") << QByteArray() << QString() << QString();
-    QTest::newRow("not JSON") << QStringLiteral("broken.json") << QByteArray("{\"version\": \"1\",") << QString()
-                              << QString();
-    QTest::newRow("array at the root") << QStringLiteral("array.json") << QByteArray("[{\"version\": \"1\"}]")
-                                       << QString() << QString();
-    QTest::newRow("wrong types") << QStringLiteral("types.json")
-                                 << QByteArray("{\"version\": 2, \"applicationName\": \"Only\", \"categories\": {}}")
-                                 << QStringLiteral("Only") << QString();
+    QTest::newRow("missing") << QByteArray() << QString();
+    QTest::newRow("not JSON") << QByteArray("{\"version\": \"1\",") << QString();
+    QTest::newRow("array at the root") << QByteArray("[{\"version\": \"1\"}]") << QString();
+    QTest::newRow("wrong types") << QByteArray(R"({"version": 2, "applicationName": "Only", "categories": {}})")
+                                 << QStringLiteral("Only");
 }
 
 void TestSettings::brokenConfigurations()
 {
-    QFETCH(QString, fileName);
     QFETCH(QByteArray, contents);
     QFETCH(QString, applicationName);
-    QFETCH(QString, version);
 
-    const QString path = contents.isEmpty() ? m_files.filePath(fileName) : writeFile(m_files, fileName, contents);
+    const QString path = m_files.filePath(QString::fromLatin1(QTest::currentDataTag()));
+    QVERIFY(contents.isEmpty() || TestFiles::write(path, contents));
     const Settings settings(path, nullptr);
     QCOMPARE(settings.applicationName(), applicationName);
-    QCOMPARE(settings.version(), version);
-    QVERIFY(settings.companyName().isEmpty());
-    QVERIFY(settings.updateUrl().isEmpty());
+    QVERIFY(settings.version().isEmpty() && settings.companyName().isEmpty() && settings.updateUrl().isEmpty());
     QVERIFY(settings.categories().isEmpty());
     QVERIFY(QCoreApplication::organizationName().isEmpty());
     QCOMPARE(QCoreApplication::applicationName(), applicationName + QStringLiteral(" Launcher"));
-}
-
-void TestSettings::compiledInConfiguration()
-{
-    const Settings settings(nullptr);
-    QCOMPARE(Settings::instance(), &settings);
-    QVERIFY(!settings.applicationName().isEmpty());
-    QVERIFY(!settings.updateUrl().isEmpty());
 }
 
 void TestSettings::expandPath_data()
@@ -159,8 +133,6 @@ void TestSettings::expandPath_data()
                                             << "@tmp@/a/c";
     QTest::newRow("unset variable stays") << "@tmp@/%LAUNCHER_TEST_UNSET%/y"
                                           << "@tmp@/%LAUNCHER_TEST_UNSET%/y";
-    QTest::newRow("one variable") << "%LAUNCHER_TEST_ROOT%/game"
-                                  << "@tmp@/root/game";
     QTest::newRow("two variables") << "%LAUNCHER_TEST_ROOT%/%LAUNCHER_TEST_NAME%"
                                    << "@tmp@/root/a-rather-long-name";
     QTest::newRow("unset before a set variable") << "%LAUNCHER_TEST_UNSET%%LAUNCHER_TEST_ROOT%"
@@ -194,34 +166,25 @@ void TestSettings::expandPath()
     const auto substitute = [&](QString text) {
         return text.replace(QLatin1String("@tmp@"), scratch).replace(QLatin1String("@appData@"), appData);
     };
-
     const QString result = settings.expandPath(substitute(path));
     if (expected.isEmpty()) {
         // It must come back at all, with the variable still unexpanded.
-        QVERIFY(result.contains(QLatin1String("%LAUNCHER_TEST_SELF%")));
-        QVERIFY(result.startsWith(QLatin1String("xxxx")));
+        QVERIFY(result.startsWith(QLatin1String("xxxx")) && result.contains(QLatin1String("%LAUNCHER_TEST_SELF%")));
     } else {
         QCOMPARE(result, native(substitute(expected)));
     }
-}
-
-void TestSettings::expandPathCreatesParent()
-{
-    const Settings settings(QStringLiteral(":/resources/settings_hollowmere_ptr.json"), nullptr);
-    const QString path = m_files.filePath(QStringLiteral("made/by/expand/game"));
-    QCOMPARE(settings.expandPath(path), native(path));
-    QVERIFY(QDir(m_files.filePath(QStringLiteral("made/by/expand"))).exists());
-    QVERIFY(!QDir(path).exists());
 }
 
 void TestSettings::defaultInstallPath()
 {
     const Settings settings(QStringLiteral(":/resources/settings_ashfallow.json"), nullptr);
     // The template names the company and the game itself, right below the
-    // data folder, so they must not appear twice.
+    // data folder, so they must not appear twice. The parent is made ready
+    // for the folder dialog, the folder itself is not.
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     QCOMPARE(settings.defaultInstallPath(), native(dataHome + QStringLiteral("/Brindlewood Works/Ashfallow")));
     QVERIFY(QDir(dataHome + QStringLiteral("/Brindlewood Works")).exists());
+    QVERIFY(!QDir(settings.defaultInstallPath()).exists());
 }
 
 void TestSettings::installPath()
@@ -253,92 +216,62 @@ void TestSettings::installPath()
 
 void TestSettings::changeRules_data()
 {
-    QTest::addColumn<QString>("setter");
+    QTest::addColumn<QString>("key");
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<bool>("emitted");
 
-    QTest::newRow("language en while nothing is stored") << "language" << QVariant(QStringLiteral("en")) << false;
-    QTest::newRow("language pt while nothing is stored") << "language" << QVariant(QStringLiteral("pt")) << true;
-    QTest::newRow("auto update on while nothing is stored") << "autoUpdate" << QVariant(true) << false;
-    QTest::newRow("auto update off while nothing is stored") << "autoUpdate" << QVariant(false) << true;
+    // Setting the default while nothing is stored is no change.
+    QTest::newRow("language en") << "language" << QVariant(QStringLiteral("en")) << false;
+    QTest::newRow("language pt") << "language" << QVariant(QStringLiteral("pt")) << true;
+    QTest::newRow("auto update on") << "autoUpdate" << QVariant(true) << false;
+    QTest::newRow("auto update off") << "autoUpdate" << QVariant(false) << true;
+    QTest::newRow("last check") << "lastUpdateCheck" << QVariant(QStringLiteral("2026-11-23T10:00:00")) << true;
 }
 
 void TestSettings::changeRules()
 {
-    QFETCH(QString, setter);
+    QFETCH(QString, key);
     QFETCH(QVariant, value);
     QFETCH(bool, emitted);
 
     Settings settings(nullptr);
     QSignalSpy languageChanged(&settings, &Settings::languageChanged);
     QSignalSpy autoUpdateChanged(&settings, &Settings::autoUpdateChanged);
-    if (setter == QLatin1String("language"))
-        settings.setLanguage(value.toString());
-    else
-        settings.setAutoUpdate(value.toBool());
-
-    QCOMPARE(languageChanged.count() + autoUpdateChanged.count(), emitted ? 1 : 0);
-    QCOMPARE(QSettings().contains(setter), emitted);
-
-    // The same value again is no change.
-    if (setter == QLatin1String("language"))
-        settings.setLanguage(value.toString());
-    else
-        settings.setAutoUpdate(value.toBool());
-    QCOMPARE(languageChanged.count() + autoUpdateChanged.count(), emitted ? 1 : 0);
+    QSignalSpy lastCheckChanged(&settings, &Settings::lastUpdateCheckChanged);
+    // The same value twice is one change at most.
+    for (int i = 0; i < 2; ++i) {
+        if (key == QLatin1String("language"))
+            settings.setLanguage(value.toString());
+        else if (key == QLatin1String("autoUpdate"))
+            settings.setAutoUpdate(value.toBool());
+        else
+            settings.setLastUpdateCheck(value.toString());
+    }
+    QCOMPARE(languageChanged.count() + autoUpdateChanged.count() + lastCheckChanged.count(), emitted ? 1 : 0);
+    // The time of the last check is kept in memory only.
+    QCOMPARE(QSettings().contains(key), emitted && key != QLatin1String("lastUpdateCheck"));
 }
 
-void TestSettings::alwaysWrittenKeys()
+void TestSettings::storedAcrossRuns()
 {
-    Settings settings(nullptr);
-    QCOMPARE(settings.animationsEnabled(), false);
-    QCOMPARE(settings.hasSelectedInstallPath(), false);
-    QCOMPARE(settings.ignoreLegacyInstallationMigration(), false);
-
-    // These write even an unchanged value, so the key exists afterwards.
-    settings.setAnimationsEnabled(false);
-    settings.setHasSelectedInstallPath(false);
-    settings.setIgnoreLegacyInstallationMigration(false);
-    const QSettings store;
-    QVERIFY(store.contains(QStringLiteral("animationsEnabled")));
-    QVERIFY(store.contains(QStringLiteral("hasSelectedInstallPath")));
-    QVERIFY(store.contains(QStringLiteral("ignoreLegacyInstallationMigration")));
-
-    settings.setAnimationsEnabled(true);
-    settings.setHasSelectedInstallPath(true);
-    settings.setIgnoreLegacyInstallationMigration(true);
-    QVERIFY(settings.animationsEnabled());
-    QVERIFY(settings.hasSelectedInstallPath());
-    QVERIFY(settings.ignoreLegacyInstallationMigration());
-}
-
-void TestSettings::language()
-{
-    const QString systemLanguage = QLocale::system().name().section(QLatin1Char('_'), 0, 0);
+    QCOMPARE(Settings(nullptr).language(), QLocale::system().name().section(QLatin1Char('_'), 0, 0));
     {
         Settings settings(nullptr);
-        QCOMPARE(settings.language(), systemLanguage);
+        QVERIFY(!settings.animationsEnabled() && !settings.hasSelectedInstallPath()
+                && !settings.ignoreLegacyInstallationMigration());
+        // These write even an unchanged value, so the key exists afterwards.
+        settings.setAnimationsEnabled(false);
+        settings.setHasSelectedInstallPath(false);
+        settings.setIgnoreLegacyInstallationMigration(false);
         settings.setLanguage(QStringLiteral("pt"));
-        QCOMPARE(settings.language(), QStringLiteral("pt"));
+        settings.setLastUpdateCheck(QStringLiteral("2026-11-23T10:00:00"));
     }
-    // Written through to the store, so the next run reads it.
+    const QSettings store;
+    for (const char *key : {"animationsEnabled", "hasSelectedInstallPath", "ignoreLegacyInstallationMigration"})
+        QVERIFY2(store.contains(QLatin1String(key)), key);
+    // The next run reads the language back; the last check starts afresh.
     const Settings settings(nullptr);
     QCOMPARE(settings.language(), QStringLiteral("pt"));
-}
-
-void TestSettings::lastUpdateCheck()
-{
-    {
-        Settings settings(nullptr);
-        QSignalSpy changed(&settings, &Settings::lastUpdateCheckChanged);
-        QVERIFY(settings.lastUpdateCheck().isEmpty());
-        settings.setLastUpdateCheck(QStringLiteral("2026-11-23T10:00:00"));
-        settings.setLastUpdateCheck(QStringLiteral("2026-11-23T10:00:00"));
-        QCOMPARE(changed.count(), 1);
-        QCOMPARE(settings.lastUpdateCheck(), QStringLiteral("2026-11-23T10:00:00"));
-    }
-    // Kept in memory only.
-    const Settings settings(nullptr);
     QVERIFY(settings.lastUpdateCheck().isEmpty());
 }
 

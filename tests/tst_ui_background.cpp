@@ -19,10 +19,9 @@ private slots:
     void composition_data();
     void composition();
     void blurSmoothsAndFades();
-    void stillPictureIsTheFirstFrame();
+    void firstFrameIsTheStillAndNoBacklog();
     void playsOnPastTheEnd();
     void stopHoldsThePicture();
-    void busyReceiverGetsNoBacklog();
     void unreadableVideoFails();
 };
 
@@ -72,7 +71,6 @@ void TestBackground::sourceCrop_data()
 
     // The video is 6 pixels wider than the window: cut, on an even column.
     QTest::newRow("video into the window") << QSize(1366, 768) << QRect(2, 0, 1360, 768);
-    QTest::newRow("same size") << QSize(1360, 768) << QRect(0, 0, 1360, 768);
     QTest::newRow("taller, cut top and bottom") << QSize(1360, 1000) << QRect(0, 116, 1360, 768);
     QTest::newRow("smaller, same shape, scaled later") << QSize(680, 384) << QRect(0, 0, 680, 384);
     QTest::newRow("nothing") << QSize() << QRect();
@@ -128,12 +126,11 @@ void TestBackground::blurSmoothsAndFades()
     QCOMPARE(blurred.size(), stripes.size());
     QVERIFY(roughness(blurred) < roughness(stripes) / 10);
     // Grey in the middle, fading into transparency at the edges.
-    QVERIFY(qAbs(qGray(blurred.pixel(200, 45)) - 128) < 40);
-    QVERIFY(qAlpha(blurred.pixel(200, 45)) > 250);
+    QVERIFY(qAbs(qGray(blurred.pixel(200, 45)) - 128) < 40 && qAlpha(blurred.pixel(200, 45)) > 250);
     QVERIFY(qAlpha(blurred.pixel(200, 0)) < 240);
 }
 
-void TestBackground::stillPictureIsTheFirstFrame()
+void TestBackground::firstFrameIsTheStillAndNoBacklog()
 {
     // The still picture stands in for the video until the first frame comes;
     // the change must not show.
@@ -144,8 +141,15 @@ void TestBackground::stillPictureIsTheFirstFrame()
     const QImage first = frames.first().first().value<QImage>();
     QCOMPARE(first.size(), WindowSize);
     QCOMPARE(first.format(), QImage::Format_ARGB32_Premultiplied);
-    const QImage still = BackgroundVideo::fitToFrame(QImage(Still), WindowSize);
-    QVERIFY2(difference(first, still) < 3.0, qPrintable(QString::number(difference(first, still))));
+    const double change = difference(first, BackgroundVideo::fitToFrame(QImage(Still), WindowSize));
+    QVERIFY2(change < 3.0, qPrintable(QString::number(change)));
+
+    // A GUI thread that does not come back to its event loop for a while
+    // finds one frame waiting, not a queue of them.
+    frames.clear();
+    QThread::msleep(700);
+    QCoreApplication::processEvents();
+    QCOMPARE(frames.count(), 1);
 }
 
 void TestBackground::playsOnPastTheEnd()
@@ -166,8 +170,7 @@ void TestBackground::playsOnPastTheEnd()
     QTRY_VERIFY_WITH_TIMEOUT(frames.count() > 200, 30000);
     QVERIFY(failed.isEmpty());
     QVERIFY(composed >= frames.count());
-    const QImage late = frames.last().first().value<QImage>();
-    QCOMPARE(late.pixel(0, 0), qRgb(1, 2, 3));
+    QCOMPARE(frames.last().first().value<QImage>().pixel(0, 0), qRgb(1, 2, 3));
     // And it moves.
     QVERIFY(difference(frames.at(10).first().value<QImage>(), frames.at(40).first().value<QImage>()) > 0.1);
 }
@@ -190,20 +193,6 @@ void TestBackground::stopHoldsThePicture()
     QTRY_VERIFY_WITH_TIMEOUT(frames.count() > stoppedAt, 10000);
 }
 
-void TestBackground::busyReceiverGetsNoBacklog()
-{
-    BackgroundVideo video(Video, WindowSize);
-    QSignalSpy frames(&video, &BackgroundVideo::frameReady);
-    video.start();
-    QVERIFY(frames.wait(10000));
-    frames.clear();
-    // A GUI thread that does not come back to its event loop for a while
-    // finds one frame waiting, not a queue of them.
-    QThread::msleep(700);
-    QCoreApplication::processEvents();
-    QCOMPARE(frames.count(), 1);
-}
-
 void TestBackground::unreadableVideoFails()
 {
     BackgroundVideo video(QStringLiteral(":/resources/no-such-video.mp4"), WindowSize);
@@ -211,8 +200,7 @@ void TestBackground::unreadableVideoFails()
     QSignalSpy frames(&video, &BackgroundVideo::frameReady);
     video.start();
     QVERIFY(failed.wait(10000));
-    QVERIFY(frames.isEmpty());
-    QVERIFY(!video.isPlaying());
+    QVERIFY(frames.isEmpty() && !video.isPlaying());
 }
 
 QTEST_MAIN(TestBackground)

@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "support/testfiles.h"
 #include "support/virtualdisplay.h"
 
 // A player's first install and a later update, end to end: nginx serves a
@@ -19,7 +20,6 @@ class TestEndToEnd : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void backgroundMoves();
     void installThenUpdate();
 
 private:
@@ -63,14 +63,6 @@ namespace
     {
         return c.blue() > c.red() + 30 && c.blue() > 80;
     }
-    bool isGreen(const QColor &c)
-    {
-        return c.green() > c.red() + 30 && c.green() > c.blue() + 20;
-    }
-    bool isAmber(const QColor &c)
-    {
-        return c.red() > c.blue() + 60 && c.green() > c.blue() + 20;
-    }
 }
 
 bool TestEndToEnd::run(const QString &program, const QStringList &arguments, QByteArray *output)
@@ -105,20 +97,16 @@ void TestEndToEnd::initTestCase()
                  QStringLiteral("12")}));
     publish();
 
-    QFile templateFile(QStringLiteral(SOURCE_DIR "/demo/nginx.conf.in"));
-    QVERIFY(templateFile.open(QIODevice::ReadOnly));
-    QByteArray configuration = templateFile.readAll();
-    configuration.replace("@ROOT@", m_root.path().toUtf8())
-        .replace("@PORT@", QByteArray::number(E2E_PORT))
-        .replace("@RATE@", "0");
-    QFile configurationFile(m_root.filePath(QStringLiteral("nginx.conf")));
-    QVERIFY(configurationFile.open(QIODevice::WriteOnly));
-    configurationFile.write(configuration);
-    configurationFile.close();
+    const QString configuration = m_root.filePath(QStringLiteral("nginx.conf"));
+    QVERIFY(TestFiles::write(configuration,
+                             TestFiles::read(QStringLiteral(SOURCE_DIR "/demo/nginx.conf.in"))
+                                 .replace("@ROOT@", m_root.path().toUtf8())
+                                 .replace("@PORT@", QByteArray::number(E2E_PORT))
+                                 .replace("@RATE@", "0")));
 
     const QString nginx = QStandardPaths::findExecutable(QStringLiteral("nginx"), {QStringLiteral("/usr/sbin")});
     m_nginx.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_nginx.start(nginx, {QStringLiteral("-p"), m_root.path(), QStringLiteral("-c"), configurationFile.fileName()});
+    m_nginx.start(nginx, {QStringLiteral("-p"), m_root.path(), QStringLiteral("-c"), configuration});
     QVERIFY(m_nginx.waitForStarted());
     QTRY_VERIFY_WITH_TIMEOUT(([] {
                                  QTcpSocket socket;
@@ -129,12 +117,9 @@ void TestEndToEnd::initTestCase()
 
     // A player who has chosen where the game goes, so no first-run question,
     // and who has turned the animations on.
-    const QString config = m_root.filePath(QStringLiteral("home/config/Brindlewood Works"));
-    QDir().mkpath(config);
-    QFile store(config + QStringLiteral("/Hollowmere E2E Launcher.conf"));
-    QVERIFY(store.open(QIODevice::WriteOnly));
-    store.write("[General]\nhasSelectedInstallPath=true\ninstallPath=" + m_install.toUtf8()
-                + "\nanimationsEnabled=true\n");
+    QVERIFY(TestFiles::write(
+        m_root.filePath(QStringLiteral("home/config/Brindlewood Works/Hollowmere E2E Launcher.conf")),
+        "[General]\nhasSelectedInstallPath=true\ninstallPath=" + m_install.toUtf8() + "\nanimationsEnabled=true\n"));
 }
 
 void TestEndToEnd::cleanupTestCase()
@@ -156,12 +141,14 @@ void TestEndToEnd::startLauncher()
 {
     const QString home = m_root.filePath(QStringLiteral("home"));
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HOME"), home);
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
-    environment.insert(QStringLiteral("TMPDIR"), home + QStringLiteral("/tmp"));
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.insert(QStringLiteral("DISPLAY"), m_display.name());
+    const QList<std::pair<const char *, QString>> variables {{"HOME", home},
+                                                             {"XDG_CONFIG_HOME", home + "/config"},
+                                                             {"XDG_DATA_HOME", home + "/data"},
+                                                             {"TMPDIR", home + "/tmp"},
+                                                             {"QT_QPA_PLATFORM", QStringLiteral("xcb")},
+                                                             {"DISPLAY", m_display.name()}};
+    for (const auto &[name, value] : variables)
+        environment.insert(QLatin1String(name), value);
     QDir().mkpath(home + QStringLiteral("/tmp"));
     m_launcher.setProcessEnvironment(environment);
     m_launcher.setProcessChannelMode(QProcess::ForwardedChannels);
@@ -210,20 +197,15 @@ void TestEndToEnd::stopLauncher()
 
 QImage TestEndToEnd::screenshot(const QString &name)
 {
-    QByteArray png;
+    // The virtual display is this process's own DISPLAY.
     QProcess import;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("DISPLAY"), m_display.name());
-    import.setProcessEnvironment(environment);
     import.start(QStringLiteral("import"),
                  {QStringLiteral("-window"), QStringLiteral("root"), QStringLiteral("png:-")});
     import.waitForFinished(20000);
-    png = import.readAllStandardOutput();
-    const QImage image = QImage::fromData(png, "PNG");
-    if (!name.isEmpty()) {
-        image.save(QStringLiteral(SCREENSHOT_DIR "/") + name + QStringLiteral(".png"));
-        qInfo().noquote() << "screenshot:" << QStringLiteral(SCREENSHOT_DIR "/") + name + QStringLiteral(".png");
-    }
+    const QImage image = QImage::fromData(import.readAllStandardOutput(), "PNG");
+    const QString path = QStringLiteral(SCREENSHOT_DIR "/") + name + QStringLiteral(".png");
+    if (!name.isEmpty() && image.save(path))
+        qInfo().noquote() << "screenshot:" << path;
     return image;
 }
 
@@ -234,9 +216,9 @@ TestEndToEnd::Look TestEndToEnd::look()
         return Look::Unknown;
     const QColor frame = image.pixelColor(m_windowOrigin + FrameSpot);
     const QColor circle = image.pixelColor(m_windowOrigin + CircleSpot);
-    if (isGreen(frame))
+    if (frame.green() > frame.red() + 30 && frame.green() > frame.blue() + 20)
         return Look::Play;
-    if (isAmber(frame))
+    if (frame.red() > frame.blue() + 60 && frame.green() > frame.blue() + 20)
         return Look::Install;
     if (isBlue(frame))
         return isBlue(circle) ? Look::Update : Look::Checking;
@@ -256,35 +238,25 @@ void TestEndToEnd::pressManageButton()
                  QStringLiteral("click"), QStringLiteral("1")}));
 }
 
-void TestEndToEnd::backgroundMoves()
-{
-    startLauncher();
-    QVERIFY2(waitForLook(Look::Install, 30000), "the button never offered to install");
-    const QImage before = screenshot(QStringLiteral("0-background-a"));
-    QTest::qWait(1000);
-    const QImage after = screenshot(QStringLiteral("0-background-b"));
-    stopLauncher();
-
-    // Sky, mountains and fog between the logo and the bottom bar, clear of
-    // every widget.
-    const QRect sky(m_windowOrigin + QPoint(320, 200), QSize(1000, 440));
-    int changed = 0;
-    for (int y = sky.top(); y <= sky.bottom(); ++y) {
-        for (int x = sky.left(); x <= sky.right(); ++x) {
-            const QRgb a = before.pixel(x, y);
-            const QRgb b = after.pixel(x, y);
-            if (qAbs(qRed(a) - qRed(b)) + qAbs(qGreen(a) - qGreen(b)) + qAbs(qBlue(a) - qBlue(b)) > 12)
-                ++changed;
-        }
-    }
-    QVERIFY2(changed > 1000, qPrintable(QStringLiteral("%1 pixels changed in a second").arg(changed)));
-}
-
 void TestEndToEnd::installThenUpdate()
 {
     startLauncher();
     QVERIFY2(waitForLook(Look::Install, 30000), "the button never offered to install");
-    screenshot(QStringLiteral("1-install"));
+    const QImage before = screenshot(QStringLiteral("1-install"));
+    QTest::qWait(1000);
+    const QImage after = screenshot(QString());
+    // The background plays: sky, mountains and fog between the logo and the
+    // bottom bar, clear of every widget, change within a second.
+    const QRect sky(m_windowOrigin + QPoint(320, 200), QSize(1000, 440));
+    int moving = 0;
+    for (int y = sky.top(); y <= sky.bottom(); ++y) {
+        for (int x = sky.left(); x <= sky.right(); ++x) {
+            const QRgb a = before.pixel(x, y);
+            const QRgb b = after.pixel(x, y);
+            moving += qAbs(qRed(a) - qRed(b)) + qAbs(qGreen(a) - qGreen(b)) + qAbs(qBlue(a) - qBlue(b)) > 12;
+        }
+    }
+    QVERIFY2(moving > 1000, qPrintable(QStringLiteral("%1 pixels changed in a second").arg(moving)));
 
     pressManageButton();
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_install + QStringLiteral("/.initcomplete")), 60000);
@@ -299,10 +271,8 @@ void TestEndToEnd::installThenUpdate()
         const QString relative = QDir(m_served).relativeFilePath(served);
         if (relative == QLatin1String("checksums.txt.gz"))
             continue;
-        QFile a(served);
-        QFile b(m_install + QLatin1Char('/') + relative);
-        QVERIFY2(a.open(QIODevice::ReadOnly) && b.open(QIODevice::ReadOnly), qPrintable(relative));
-        QVERIFY2(a.readAll() == b.readAll(), qPrintable(relative));
+        QVERIFY2(TestFiles::read(served) == TestFiles::read(m_install + QLatin1Char('/') + relative),
+                 qPrintable(relative));
         ++files;
     }
     QVERIFY(files > 300);
@@ -310,21 +280,14 @@ void TestEndToEnd::installThenUpdate()
 
     // A patch: one file changes on the server.
     const QString changed = QStringLiteral("/scripts/file_3.dat");
-    QFile patch(m_served + changed);
-    QVERIFY(patch.open(QIODevice::WriteOnly));
-    patch.write(QByteArray(70000, 'p'));
-    patch.close();
+    QVERIFY(TestFiles::write(m_served + changed, QByteArray(70000, 'p')));
     publish();
 
     startLauncher();
     QVERIFY2(waitForLook(Look::Update, 30000), "the button never offered the update");
     screenshot(QStringLiteral("3-update"));
     pressManageButton();
-    QTRY_VERIFY_WITH_TIMEOUT(([this, changed] {
-                                 QFile file(m_install + changed);
-                                 return file.open(QIODevice::ReadOnly) && file.readAll() == QByteArray(70000, 'p');
-                             })(),
-                             30000);
+    QTRY_VERIFY_WITH_TIMEOUT(TestFiles::read(m_install + changed) == QByteArray(70000, 'p'), 30000);
     QVERIFY2(waitForLook(Look::Play, 15000), "the button did not return to Play after the update");
     screenshot(QStringLiteral("4-updated"));
 }

@@ -1,7 +1,5 @@
 #include <QDir>
 #include <QDirIterator>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -13,6 +11,7 @@
 
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "support/testfiles.h"
 #include "updater/updater.h"
 #include "updater/userprompt.h"
 
@@ -51,14 +50,6 @@ namespace
         return "content of " + name.toUtf8();
     }
 
-    void writeFile(const QString &path, const QByteArray &content)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-    }
-
     // Entries are names; "name/" is a folder and "name->target" a symbolic
     // link. A file holds contentOf(name).
     void makeArchive(const QString &path, const QStringList &entries, int method)
@@ -81,12 +72,6 @@ namespace
         QCOMPARE(zip.getZipError(), UNZ_OK);
     }
 
-    QByteArray readFile(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-    }
-
     QStringList filesUnder(const QString &root)
     {
         QStringList files;
@@ -101,15 +86,11 @@ namespace
 
 void TestUpdaterMigrate::initTestCase()
 {
-    const QJsonObject configuration {
-        {QStringLiteral("version"), QStringLiteral("dev")},
-        {QStringLiteral("applicationName"), QStringLiteral("Migrate Test")},
-        {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
-        {QStringLiteral("legacyDir"), LegacyDir},
-    };
-    const QString path = m_scratch.filePath(QStringLiteral("settings.json"));
-    writeFile(path, QJsonDocument(configuration).toJson());
-    m_settings = std::make_unique<Settings>(path, nullptr);
+    m_settings = std::make_unique<Settings>(
+        TestFiles::writeConfiguration(m_scratch.path(),
+                                      {{QStringLiteral("applicationName"), QStringLiteral("Migrate Test")},
+                                       {QStringLiteral("legacyDir"), LegacyDir}}),
+        nullptr);
 }
 
 void TestUpdaterMigrate::migrate_data()
@@ -176,23 +157,19 @@ void TestUpdaterMigrate::migrate()
     QDir(outside).removeRecursively();
     QVERIFY(QDir().mkpath(outside));
 
-    writeFile(legacy + QStringLiteral("/old/saved.dat"), contentOf(QStringLiteral("old/saved.dat")));
-    if (marker)
-        writeFile(legacy + QStringLiteral("/.initcomplete"), contentOf(QStringLiteral(".initcomplete")));
+    QVERIFY(TestFiles::write(legacy + QStringLiteral("/old/saved.dat"), contentOf(QStringLiteral("old/saved.dat"))));
+    QVERIFY(!marker
+            || TestFiles::write(legacy + QStringLiteral("/.initcomplete"), contentOf(QStringLiteral(".initcomplete"))));
     const QString archivePath = legacy + QStringLiteral("/data.bin");
     if (archive == Corrupt)
-        writeFile(archivePath, "PK\x03\x04 this is no archive");
+        QVERIFY(TestFiles::write(archivePath, "PK\x03\x04 this is no archive"));
     if (archive == Zip || archive == DamagedEntry)
         makeArchive(archivePath, entries, archive == DamagedEntry ? 0 : Z_DEFLATED);
     if (archive == DamagedEntry) {
-        QFile file(archivePath);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        QByteArray bytes = file.readAll();
-        const qsizetype at = bytes.indexOf(contentOf(QStringLiteral("good.txt")));
-        QVERIFY(at > 0);
-        bytes[at] = 'C';
-        QVERIFY(file.seek(0));
-        QCOMPARE(file.write(bytes), bytes.size());
+        QByteArray bytes = TestFiles::read(archivePath);
+        QVERIFY(bytes.indexOf(contentOf(QStringLiteral("good.txt"))) > 0);
+        bytes[bytes.indexOf(contentOf(QStringLiteral("good.txt")))] = 'C';
+        QVERIFY(TestFiles::write(archivePath, bytes));
     }
 
     // The engine tells nothing itself; the window's box follows a false result.
@@ -213,7 +190,7 @@ void TestUpdaterMigrate::migrate()
 
     QCOMPARE(filesUnder(m_settings->installPath()), installed);
     for (const QString &file : std::as_const(installed))
-        QCOMPARE(readFile(m_settings->installPath() + QLatin1Char('/') + file), contentOf(file));
+        QCOMPARE(TestFiles::read(m_settings->installPath() + QLatin1Char('/') + file), contentOf(file));
     QCOMPARE(filesUnder(legacy), left);
     // Nothing was written beside the legacy directory or anywhere else.
     QStringList everything;

@@ -1,7 +1,4 @@
-#include <QDir>
 #include <QDirIterator>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -12,9 +9,12 @@
 
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "support/testfiles.h"
 #include "support/testhttpserver.h"
-#include "updater/crc32.h"
+#include "support/testmanifest.h"
 #include "updater/updater.h"
+
+Q_DECLARE_METATYPE(TestHttpServer::Fault)
 
 // The engine against a real loopback server, from the check to the files in
 // the install directory, with the relocation tool run for real.
@@ -27,8 +27,7 @@ private slots:
     void init();
     void cleanup();
 
-    void freshInstall();
-    void updatesOneChangedFile();
+    void freshInstallThenUpdate();
     void interruptedRunIsTakenUp();
     void progressCountsEveryFileOnce();
     void failedRuns_data();
@@ -38,9 +37,8 @@ private slots:
     void progressAndSpeed_data();
     void progressAndSpeed();
     void hostileKeysAreNeverTouched();
-    void brokenManifests_data();
-    void brokenManifests();
-    void redirectedManifest();
+    void manifests_data();
+    void manifests();
     void olderCheckNeverReplacesANewerOne();
     void stagingIsPrivate();
     void linkedFolderIsLeftAlone();
@@ -54,15 +52,18 @@ private slots:
 private:
     using Files = QMap<QString, QByteArray>;
 
+    // Published the way a patch server publishes.
     void serve(const Files &files);
-    void serveManifest(const QJsonObject &files);
-    void check();
-    bool waitForOutcome();
-    // Starts a run and waits until it has sent `events` signals.
-    bool startRun(qsizetype events);
+    void serveManifest(const QJsonObject &files) { m_server.setContent(ManifestPath, TestManifest::body(files)); }
+    void startCheck();
+    // These return the events once the outcome is known.
+    QStringList check();
+    QStringList run(int timeoutMs = 20000);
+    QStringList waitForOutcome(int timeoutMs = 20000);
     QByteArray installed(const QString &relativePath) const;
     QStringList fileRequests() const;
 
+    static inline const QString ManifestPath = QStringLiteral("/game/checksums.txt.gz");
     IsolatedSettings m_isolation;
     QTemporaryDir m_scratch;
     TestHttpServer m_server;
@@ -75,24 +76,10 @@ private:
 
 namespace
 {
-    const QString ManifestPath = QStringLiteral("/game/checksums.txt.gz");
-    const QString UnusableManifest
-        = QStringLiteral("The patch server sent a list of game files that cannot be used. Please try again later.");
+    using Fault = TestHttpServer::Fault;
+    const QStringList Installed {QStringLiteral("state:installing"), QStringLiteral("complete")};
+    const QStringList Available {QStringLiteral("available:install")};
     const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
-
-    void writeFile(const QString &path, const QByteArray &content)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-    }
-
-    QByteArray readFile(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-    }
 
     QByteArray bytes(qsizetype size, char fill)
     {
@@ -101,36 +88,17 @@ namespace
             data[i] = static_cast<char>(i / 997);
         return data;
     }
-
-    QString digest(const QByteArray &data);
-
-    // A manifest entry that describes `content`.
-    QJsonObject entry(const QByteArray &content)
-    {
-        return {{QStringLiteral("checksum"), digest(content)}, {QStringLiteral("size"), content.size()}};
-    }
-
-    QString digest(const QByteArray &data)
-    {
-        return Crc32::toDigest(Crc32::update(0, data.constData(), data.size()));
-    }
 }
 
 void TestUpdaterRun::initTestCase()
 {
-    const QJsonObject configuration {
-        {QStringLiteral("version"), QStringLiteral("dev")},
-        {QStringLiteral("applicationName"), QStringLiteral("Run Test")},
-        {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
-        {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
-        {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
-        {QStringLiteral("executableName"), QStringLiteral("rungame.bin")},
-    };
-    QFile file(m_scratch.filePath(QStringLiteral("settings.json")));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(QJsonDocument(configuration).toJson());
-    file.close();
-    m_settings = std::make_unique<Settings>(file.fileName(), nullptr);
+    m_settings = std::make_unique<Settings>(
+        TestFiles::writeConfiguration(
+            m_scratch.path(),
+            {{QStringLiteral("applicationName"), QStringLiteral("Run Test")},
+             {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
+             {QStringLiteral("executableName"), QStringLiteral("rungame.bin")}}),
+        nullptr);
     // Private to the user and kept across reboots, not in the shared /tmp.
     QVERIFY(Updater::stagingDirectory().startsWith(
         QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + QLatin1Char('/')));
@@ -143,7 +111,6 @@ void TestUpdaterRun::init()
     m_served = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("served-XXXXXX")));
     m_settings->setInstallPath(m_install->filePath(QStringLiteral("Hollowmere Run")));
     QDir(Updater::stagingDirectory()).removeRecursively();
-
     m_server.setRootDirectory(QStringLiteral("/game"), m_served->path());
     m_server.reset();
 
@@ -167,14 +134,8 @@ void TestUpdaterRun::cleanup()
 
 void TestUpdaterRun::serve(const Files &files)
 {
-    for (auto it = files.cbegin(); it != files.cend(); ++it) {
-        const QString path = m_served->path() + it.key();
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(it.value());
-    }
-    // Published the way a patch server publishes.
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        QVERIFY(TestFiles::write(m_served->path() + it.key(), it.value()));
     QProcess publisher;
     publisher.start(
         QStringLiteral(LAUNCHER_PUBLISH_BINARY),
@@ -183,13 +144,7 @@ void TestUpdaterRun::serve(const Files &files)
     QCOMPARE(publisher.exitCode(), 0);
 }
 
-void TestUpdaterRun::serveManifest(const QJsonObject &files)
-{
-    m_server.setContent(ManifestPath,
-                        qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), files}}).toJson()));
-}
-
-void TestUpdaterRun::check()
+void TestUpdaterRun::startCheck()
 {
     // The engine collapses checks within one second of each other.
     m_settings->setLastUpdateCheck(QString());
@@ -197,28 +152,36 @@ void TestUpdaterRun::check()
     m_updater->checkForUpdates();
 }
 
-bool TestUpdaterRun::waitForOutcome()
+QStringList TestUpdaterRun::check()
 {
-    const auto decided = [this] {
-        return std::any_of(m_events.cbegin(), m_events.cend(), [](const QString &event) {
-            return event == QLatin1String("none") || event.startsWith(QLatin1String("available:"))
-                || event == QLatin1String("complete") || event.startsWith(QLatin1String("error:"));
-        });
-    };
-    return QTest::qWaitFor(decided, 20000);
+    startCheck();
+    return waitForOutcome();
 }
 
-bool TestUpdaterRun::startRun(qsizetype events)
+QStringList TestUpdaterRun::run(int timeoutMs)
 {
     m_events.clear();
     m_updater->startUpdate();
-    return QTest::qWaitFor([this, events] { return m_events.size() >= events; }, 10000);
+    return waitForOutcome(timeoutMs);
+}
+
+QStringList TestUpdaterRun::waitForOutcome(int timeoutMs)
+{
+    // A time-out shows as the events so far.
+    static_cast<void>(QTest::qWaitFor(
+        [this] {
+            return std::any_of(m_events.cbegin(), m_events.cend(), [](const QString &event) {
+                return event == QLatin1String("none") || event == QLatin1String("complete")
+                    || event.startsWith(QLatin1String("available:")) || event.startsWith(QLatin1String("error:"));
+            });
+        },
+        timeoutMs));
+    return m_events;
 }
 
 QByteArray TestUpdaterRun::installed(const QString &relativePath) const
 {
-    QFile file(m_settings->installPath() + relativePath);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+    return TestFiles::read(m_settings->installPath() + relativePath);
 }
 
 QStringList TestUpdaterRun::fileRequests() const
@@ -228,101 +191,51 @@ QStringList TestUpdaterRun::fileRequests() const
     return files;
 }
 
-void TestUpdaterRun::freshInstall()
+void TestUpdaterRun::freshInstallThenUpdate()
 {
     const Files files {{"/game.bin", bytes(300000, 'g')},
                        {"/data/maps/first map.map", bytes(5000, 'm')},
                        {"/data/empty.dat", QByteArray()}};
     serve(files);
     QVERIFY(!m_updater->isInstalled());
-
-    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
-    QSignalSpy progress(m_updater.get(), &Updater::verificationProgress);
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:install"});
-    QCOMPARE(started.count(), 1);
-    QCOMPARE(started.first().first().toInt(), 3);
-    QTRY_COMPARE(progress.count(), 3);
-    QCOMPARE(progress.last(), (QVariantList {3, 3}));
-
-    m_events.clear();
+    QCOMPARE(check(), Available);
     QSignalSpy overall(m_updater.get(), &Updater::overallProgress);
-    m_updater->startUpdate();
+    QCOMPARE(run(), Installed);
     QCOMPARE(overall.first(), (QVariantList {0LL, 305000LL}));
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
     for (auto it = files.cbegin(); it != files.cend(); ++it)
         QCOMPARE(installed(it.key()), it.value());
     QVERIFY(QFile::exists(m_settings->installPath() + QStringLiteral("/.initcomplete")));
     QVERIFY(m_updater->isInstalled());
-
     // Up to date now, and nothing is left staged.
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"none"});
+    QCOMPARE(check(), QStringList {"none"});
     QCOMPARE(m_updater->installStagedFiles(), 2);
-}
 
-void TestUpdaterRun::updatesOneChangedFile()
-{
-    serve({{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}, {"/sub/c.bin", bytes(3000, 'c')}});
-    check();
-    QVERIFY(waitForOutcome());
-    m_updater->startUpdate();
-    QTRY_VERIFY(m_events.contains(QStringLiteral("complete")));
-
-    serve({{"/sub/c.bin", bytes(3500, 'C')}});
+    // A patch fetches the changed file alone.
+    serve({{"/data/maps/first map.map", bytes(5500, 'M')}});
     m_server.resetStatistics();
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:update"});
-
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:updating", "complete"}));
-    QCOMPARE(fileRequests(), QStringList {"/game/sub/c.bin"});
-    QCOMPARE(installed(QStringLiteral("/sub/c.bin")), bytes(3500, 'C'));
-    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
+    QCOMPARE(check(), QStringList {"available:update"});
+    QCOMPARE(run(), (QStringList {"state:updating", "complete"}));
+    QCOMPARE(fileRequests(), QStringList {"/game/data/maps/first map.map"});
+    QCOMPARE(installed(QStringLiteral("/data/maps/first map.map")), bytes(5500, 'M'));
+    QCOMPARE(installed(QStringLiteral("/game.bin")), files.value(QStringLiteral("/game.bin")));
 }
 
 void TestUpdaterRun::interruptedRunIsTakenUp()
 {
-    const Files files {{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}};
-    serve(files);
-
+    serve({{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}});
     // What a run broken off leaves: one good staged file, one partial one.
     const QString staging = Updater::stagingDirectory();
-    QDir().mkpath(staging);
-    QFile good(staging + QStringLiteral("/a.bin"));
-    QVERIFY(good.open(QIODevice::WriteOnly));
-    good.write(files.value(QStringLiteral("/a.bin")));
-    good.close();
-    QFile partial(staging + QStringLiteral("/b.bin"));
-    QVERIFY(partial.open(QIODevice::WriteOnly));
-    partial.write(bytes(700, 'b'));
-    partial.close();
-
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:install"});
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QVERIFY(TestFiles::write(staging + QStringLiteral("/a.bin"), bytes(1000, 'a')));
+    QVERIFY(TestFiles::write(staging + QStringLiteral("/b.bin"), bytes(700, 'b')));
+    QCOMPARE(check(), Available);
+    QCOMPARE(run(), Installed);
     QCOMPARE(fileRequests(), QStringList {"/game/b.bin"});
-    QCOMPARE(installed(QStringLiteral("/a.bin")), files.value(QStringLiteral("/a.bin")));
+    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
 
     // Killed between download and move: everything good is staged.
     serve({{"/a.bin", bytes(1100, 'A')}});
-    QFile staged(staging + QStringLiteral("/a.bin"));
-    QVERIFY(staged.open(QIODevice::WriteOnly));
-    staged.write(bytes(1100, 'A'));
-    staged.close();
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"none"});
+    QVERIFY(TestFiles::write(staging + QStringLiteral("/a.bin"), bytes(1100, 'A')));
+    QCOMPARE(check(), QStringList {"none"});
     QCOMPARE(m_updater->installStagedFiles(), 0);
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1100, 'A'));
     QCOMPARE(m_updater->installStagedFiles(), 2);
@@ -336,6 +249,7 @@ void TestUpdaterRun::progressCountsEveryFileOnce()
                      bytes(2000 + i, char('a' + i % 26)));
     serve(files);
 
+    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
     QList<int> counts;
     bool outcomeSeen = false;
     bool countAfterOutcome = false;
@@ -345,10 +259,11 @@ void TestUpdaterRun::progressCountsEveryFileOnce()
         countAfterOutcome |= outcomeSeen;
     });
     connect(m_updater.get(), &Updater::updateAvailable, this, [&] { outcomeSeen = true; });
-    check();
-    QVERIFY(waitForOutcome());
+    QCOMPARE(check(), Available);
 
     // Each count once, in order, all of them before the outcome.
+    QCOMPARE(started.count(), 1);
+    QCOMPARE(started.first().first().toInt(), 400);
     QCOMPARE(counts.size(), 400);
     for (int i = 0; i < counts.size(); ++i)
         QCOMPARE(counts.at(i), i + 1);
@@ -358,64 +273,46 @@ void TestUpdaterRun::progressCountsEveryFileOnce()
 void TestUpdaterRun::failedRuns_data()
 {
     QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<qint64>("bytes");
-    QTest::addColumn<int>("intervalMs");
+    QTest::addColumn<Fault>("fault");
     QTest::addColumn<QByteArray>("listed"); // what the manifest says a.bin is, when not what is served
     QTest::addColumn<QString>("error"); // empty: the run completes; "*": the network stack's own text
 
-    using Fault = TestHttpServer::Fault;
     const QString file = QStringLiteral("/game/a.bin");
     const QString network = QStringLiteral("Network error occurred");
-    QTest::newRow("file not found") << file << int(Fault::Status) << 404 << qint64(0) << 0 << QByteArray() << "*";
-    QTest::newRow("file server error") << file << int(Fault::Status) << 500 << qint64(0) << 0 << QByteArray() << "*";
-    QTest::newRow("reset in the body") << file << int(Fault::Reset) << 0 << qint64(5000) << 0 << QByteArray() << "*";
-    QTest::newRow("short body") << file << int(Fault::ShortBody) << 0 << qint64(5000) << 0 << QByteArray() << "*";
-    QTest::newRow("slow but steady") << file << int(Fault::Trickle) << 0 << qint64(20000) << 100 << QByteArray()
-                                     << QString();
-    QTest::newRow("file stalls") << file << int(Fault::Stall) << 0 << qint64(1000) << 0 << QByteArray() << Stalled;
-    QTest::newRow("file trickles") << file << int(Fault::Trickle) << 0 << qint64(1) << 100 << QByteArray() << Stalled;
-    QTest::newRow("checksum differs") << file << int(Fault::None) << 0 << qint64(0) << 0 << bytes(200000, 'x')
-                                      << QStringLiteral("File verification failed");
+    const QString verification = QStringLiteral("File verification failed");
+    QTest::newRow("file not found") << file << Fault {Fault::Status, 404} << QByteArray() << "*";
+    QTest::newRow("reset in the body") << file << Fault {Fault::Reset, 0, 5000} << QByteArray() << "*";
+    QTest::newRow("short body") << file << Fault {Fault::ShortBody, 0, 5000} << QByteArray() << "*";
+    QTest::newRow("slow but steady") << file << Fault {Fault::Trickle, 0, 20000, 100} << QByteArray() << QString();
+    QTest::newRow("file stalls") << file << Fault {Fault::Stall, 0, 1000} << QByteArray() << Stalled;
+    QTest::newRow("file trickles") << file << Fault {Fault::Trickle, 0, 1, 100} << QByteArray() << Stalled;
+    QTest::newRow("checksum differs") << file << Fault() << bytes(200000, 'x') << verification;
     // The manifest speaks of 4 KiB; the server sends on and on.
-    QTest::newRow("file longer than listed") << file << int(Fault::None) << 0 << qint64(0) << 0 << bytes(4096, 'a')
-                                             << QStringLiteral("File verification failed");
-    QTest::newRow("manifest answers 503")
-        << ManifestPath << int(Fault::Status) << 503 << qint64(0) << 0 << QByteArray() << network;
-    QTest::newRow("manifest trickles") << ManifestPath << int(Fault::Trickle) << 0 << qint64(1) << 100 << QByteArray()
-                                       << network;
-    QTest::newRow("manifest held open") << ManifestPath << int(Fault::Stall) << 0 << qint64(8) << 0 << QByteArray()
-                                        << network;
+    QTest::newRow("file longer than listed") << file << Fault() << bytes(4096, 'a') << verification;
+    QTest::newRow("manifest answers 503") << ManifestPath << Fault {Fault::Status, 503} << QByteArray() << network;
+    QTest::newRow("manifest trickles") << ManifestPath << Fault {Fault::Trickle, 0, 1, 100} << QByteArray() << network;
+    QTest::newRow("manifest held open") << ManifestPath << Fault {Fault::Stall, 0, 8} << QByteArray() << network;
 }
 
 void TestUpdaterRun::failedRuns()
 {
     QFETCH(QString, path);
-    QFETCH(int, kind);
-    QFETCH(int, status);
-    QFETCH(qint64, bytes);
-    QFETCH(int, intervalMs);
+    QFETCH(Fault, fault);
     QFETCH(QByteArray, listed);
     QFETCH(QString, error);
 
     m_updater->setStallTimeout(500);
-    serve({{"/a.bin", ::bytes(200000, 'a')}, {"/b.bin", ::bytes(1000, 'b')}});
+    serve({{"/a.bin", bytes(200000, 'a')}, {"/b.bin", bytes(1000, 'b')}});
     if (!listed.isEmpty())
-        serveManifest(
-            {{QStringLiteral("/a.bin"), entry(listed)}, {QStringLiteral("/b.bin"), entry(::bytes(1000, 'b'))}});
-    m_server.setFault(path, {TestHttpServer::Fault::Kind(kind), status, bytes, intervalMs});
+        serveManifest({{QStringLiteral("/a.bin"), TestManifest::entry(listed)},
+                       {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}});
+    m_server.setFault(path, fault);
     check();
-    QVERIFY(waitForOutcome());
-    if (path != ManifestPath) {
-        m_events.clear();
-        m_updater->startUpdate();
-        QVERIFY(QTest::qWaitFor([this] { return m_events.filter(QRegularExpression("^(error:|complete)")).size(); },
-                                20000));
-    }
+    if (path != ManifestPath)
+        run();
     if (error.isEmpty()) {
-        QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
-        QCOMPARE(installed(QStringLiteral("/a.bin")), ::bytes(200000, 'a'));
+        QCOMPARE(m_events, Installed);
+        QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(200000, 'a'));
         return;
     }
 
@@ -433,16 +330,14 @@ void TestUpdaterRun::failedRuns()
 
     // The queue survives for the next click.
     m_server.clearFaults();
-    QVERIFY(startRun(2));
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(run(), Installed);
 }
 
 void TestUpdaterRun::stalledRunCanBeCancelled()
 {
     serve({{"/a.bin", bytes(100000, 'a')}});
-    m_server.setFault(QStringLiteral("/game/a.bin"), {TestHttpServer::Fault::Stall, 0, 1000, 0});
+    m_server.setFault(QStringLiteral("/game/a.bin"), {Fault::Stall, 0, 1000});
     check();
-    QVERIFY(waitForOutcome());
     m_events.clear();
     m_updater->startUpdate();
     QTRY_VERIFY(fileRequests().contains(QStringLiteral("/game/a.bin")));
@@ -453,33 +348,23 @@ void TestUpdaterRun::stalledRunCanBeCancelled()
     QCOMPARE(m_events, (QStringList {"state:installing", "state:update"}));
     // What arrived is on disk and stays staged; the next check fetches it again.
     QCOMPARE(QFileInfo(Updater::stagingDirectory() + QStringLiteral("/a.bin")).size(), 1000);
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:install"});
+    QCOMPARE(check(), Available);
 }
 
 void TestUpdaterRun::largestFirstWithinTheLimit()
 {
-    Files files;
-    const int count = maxConcurrentDownloads * 3;
-    for (int i = 0; i < count; ++i)
+    Files files {{"/zz_largest.bin", bytes(400000, 'z')}};
+    for (int i = 0; i < maxConcurrentDownloads * 3; ++i)
         files.insert(QStringLiteral("/f%1.bin").arg(i), bytes(20000 + i * 1000, char('a' + i)));
-    files.insert(QStringLiteral("/zz_largest.bin"), bytes(400000, 'z'));
     serve(files);
     // Slow enough that transfers overlap.
     for (auto it = files.cbegin(); it != files.cend(); ++it)
-        m_server.setFault(QStringLiteral("/game") + it.key(), {TestHttpServer::Fault::Trickle, 0, 10000, 20});
-
+        m_server.setFault(QStringLiteral("/game") + it.key(), {Fault::Trickle, 0, 10000, 20});
     check();
-    QVERIFY(waitForOutcome());
     m_server.resetStatistics();
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 30000));
-
-    const QStringList requests = fileRequests();
-    QCOMPARE(requests.size(), files.size());
-    QCOMPARE(requests.first(), QStringLiteral("/game/zz_largest.bin"));
+    QCOMPARE(run(30000), Installed);
+    QCOMPARE(fileRequests().size(), files.size());
+    QCOMPARE(fileRequests().first(), QStringLiteral("/game/zz_largest.bin"));
     QCOMPARE(m_server.maxConcurrentRequests(), qMin(maxConcurrentDownloads, int(files.size())));
 }
 
@@ -497,18 +382,14 @@ void TestUpdaterRun::progressAndSpeed()
     QFETCH(qint64, piece);
     QFETCH(int, intervalMs);
     serve({{"/big.bin", bytes(600000, 'p')}});
-    m_server.setFault(QStringLiteral("/game/big.bin"), {TestHttpServer::Fault::Trickle, 0, piece, intervalMs});
+    m_server.setFault(QStringLiteral("/game/big.bin"), {Fault::Trickle, 0, piece, intervalMs});
     check();
-    QVERIFY(waitForOutcome());
-
     QSignalSpy overall(m_updater.get(), &Updater::overallProgress);
     QSignalSpy speed(m_updater.get(), &Updater::downloadProgress);
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 30000));
+    QCOMPARE(run(30000), Installed);
 
+    // The circle moves while bytes arrive, not only at the end, and never back.
     QCOMPARE(overall.first(), (QVariantList {0LL, 600000LL}));
-    // The circle moves while bytes arrive, not only at the end.
     QVERIFY(std::any_of(overall.cbegin(), overall.cend(), [](const QVariantList &a) {
         return a.at(0).toLongLong() > 0 && a.at(0).toLongLong() < 600000;
     }));
@@ -518,9 +399,6 @@ void TestUpdaterRun::progressAndSpeed()
         QCOMPARE(arguments.at(1).toLongLong(), 600000LL);
         previous = arguments.at(0).toLongLong();
     }
-    QVERIFY(previous > 0);
-    // About a second of transfer gives at least one sample beyond the first.
-    QVERIFY(speed.count() >= 1);
     QVERIFY(
         std::any_of(speed.cbegin(), speed.cend(), [](const QVariantList &a) { return a.first().toLongLong() > 0; }));
 }
@@ -531,50 +409,51 @@ void TestUpdaterRun::hostileKeysAreNeverTouched()
     QJsonObject files;
     for (const char *key :
          {"/../escape.txt", "/sub/../../escape2.txt", "C:/escape3.txt", "//escape4.txt", "/", "/ok.txt"})
-        files.insert(QLatin1String(key), entry(payload));
+        files.insert(QLatin1String(key), TestManifest::entry(payload));
     serveManifest(files);
     m_server.setContent(QStringLiteral("/game/ok.txt"), payload);
     m_server.setContent(QStringLiteral("/escape.txt"), payload);
 
     QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
     check();
-    QVERIFY(waitForOutcome());
     QCOMPARE(started.first().first().toInt(), 1);
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(run(), Installed);
     QCOMPARE(fileRequests(), QStringList {"/game/ok.txt"});
-
     QDirIterator it(m_scratch.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QVERIFY2(!it.fileName().startsWith(QLatin1String("escape")), qPrintable(path));
-    }
+    while (it.hasNext())
+        QVERIFY2(!QFileInfo(it.next()).fileName().startsWith(QLatin1String("escape")), qPrintable(it.filePath()));
 }
 
-void TestUpdaterRun::brokenManifests_data()
+void TestUpdaterRun::manifests_data()
 {
     QTest::addColumn<QByteArray>("body");
-    const QByteArray json(R"({"files": {"/a.bin": {"checksum": "00000000", "size": 0}}})");
-    QTest::newRow("not framed") << json;
-    QTest::newRow("real gzip") << QByteArray::fromHex("1f8b0800000000000003ababe5020007a1eadd03000000");
-    QTest::newRow("bad JSON") << qCompress("{\"files\": ");
-    QTest::newRow("missing files") << qCompress(R"({"binary": {"file": "/a.bin", "checksum": "00000000"}})");
-    QTest::newRow("truncated frame") << qCompress(json).left(12);
-    QTest::newRow("empty body") << QByteArray();
-    QTest::newRow("no files listed") << qCompress(R"({"files": {}})");
-    QTest::newRow("every key refused") << qCompress(R"({"files": {"/../a.bin": {"checksum": "0", "size": 0}}})");
-    QTest::newRow("over 64 MiB") << QByteArray(65 * 1024 * 1024, 'x');
+    QTest::addColumn<bool>("redirected");
+    // Whatever makes the parser give up takes one path here; the parser's
+    // own test has the many ways to get there.
+    QTest::newRow("redirected") << TestManifest::body(Files {{"/a.bin", "a"}}) << true;
+    QTest::newRow("not framed") << QByteArray(R"({"files": {"/a.bin": {"checksum": "00000000", "size": 0}}})") << false;
+    QTest::newRow("empty body") << QByteArray() << false;
+    QTest::newRow("no files listed") << qCompress(R"({"files": {}})") << false;
+    QTest::newRow("every key refused") << qCompress(R"({"files": {"/../a.bin": {"checksum": "0", "size": 0}}})")
+                                       << false;
+    QTest::newRow("over 64 MiB") << QByteArray(65 * 1024 * 1024, 'x') << false;
 }
 
-void TestUpdaterRun::brokenManifests()
+void TestUpdaterRun::manifests()
 {
     QFETCH(QByteArray, body);
-    m_server.setContent(ManifestPath, body);
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"error:" + UnusableManifest});
+    QFETCH(bool, redirected);
+    // A redirect is followed; the newest check is known by its request.
+    const QString path = redirected ? QStringLiteral("/game/mirror.dat") : ManifestPath;
+    m_server.setContent(path, body);
+    if (redirected) {
+        m_server.setRedirect(ManifestPath, path);
+        QCOMPARE(check(), Available);
+        return;
+    }
+    QCOMPARE(check(),
+             QStringList {"error:The patch server sent a list of game files that cannot be used. Please try "
+                          "again later."});
 
     // The button stays usable, and a press asks the server again.
     QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
@@ -583,35 +462,19 @@ void TestUpdaterRun::brokenManifests()
     QCOMPARE(checking.count(), 1);
 }
 
-void TestUpdaterRun::redirectedManifest()
-{
-    serve({{"/a.bin", bytes(1000, 'a')}});
-    QVERIFY(QFile::rename(m_served->filePath(QStringLiteral("checksums.txt.gz")),
-                          m_served->filePath(QStringLiteral("mirror.dat"))));
-    m_server.setRedirect(ManifestPath, QStringLiteral("/game/mirror.dat"));
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:install"});
-}
-
 void TestUpdaterRun::olderCheckNeverReplacesANewerOne()
 {
     serve({{"/a.bin", bytes(100000, 'a')}});
     // The first check's manifest is slow and would land in the middle of
     // the run that the second check allows.
-    m_server.setFault(ManifestPath, {TestHttpServer::Fault::Trickle, 0, 20, 300});
-    check();
+    m_server.setFault(ManifestPath, {Fault::Trickle, 0, 20, 300});
+    startCheck();
     QTRY_VERIFY(m_server.requests().contains(ManifestPath));
     m_server.clearFaults();
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:install"});
+    QCOMPARE(check(), Available);
 
-    m_server.setFault(QStringLiteral("/game/a.bin"), {TestHttpServer::Fault::Trickle, 0, 10000, 300});
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 20000));
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    m_server.setFault(QStringLiteral("/game/a.bin"), {Fault::Trickle, 0, 10000, 300});
+    QCOMPARE(run(), Installed);
     QCOMPARE(fileRequests(), QStringList {"/game/a.bin"});
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(100000, 'a'));
 }
@@ -621,24 +484,19 @@ void TestUpdaterRun::stagingIsPrivate()
     serve({{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}});
     const QString staging = Updater::stagingDirectory();
     const QString victim = m_scratch.filePath(QStringLiteral("victim.txt"));
-    writeFile(victim, "precious");
     // What another account or an old version could leave: a link to
     // someone's file, a file the manifest never named, and pipes that block
     // whoever reads them.
-    writeFile(staging + QStringLiteral("/planted.exe"), "planted");
+    QVERIFY(TestFiles::write(victim, "precious"));
+    QVERIFY(TestFiles::write(staging + QStringLiteral("/planted.exe"), "planted"));
     QVERIFY(QFile::link(victim, staging + QStringLiteral("/a.bin")));
     QDir().mkpath(m_settings->installPath());
     QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {staging + QStringLiteral("/b.bin")}), 0);
     QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {m_settings->installPath() + QStringLiteral("/b.bin")}), 0);
 
-    check();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"available:install"});
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
-    QCOMPARE(readFile(victim), QByteArray("precious"));
+    QCOMPARE(check(), Available);
+    QCOMPARE(run(), Installed);
+    QCOMPARE(TestFiles::read(victim), QByteArray("precious"));
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
     QCOMPARE(installed(QStringLiteral("/b.bin")), bytes(2000, 'b'));
     QVERIFY(!QFileInfo::exists(m_settings->installPath() + QStringLiteral("/planted.exe")));
@@ -652,19 +510,17 @@ void TestUpdaterRun::stagingIsPrivate()
     QCOMPARE(QProcess::execute(QStringLiteral("chown"), {QStringLiteral("65534"), staging}), 0);
     serve({{"/a.bin", bytes(1500, 'A')}});
     check();
-    QVERIFY(waitForOutcome());
     m_server.resetStatistics();
-    m_events.clear();
-    m_updater->startUpdate();
-    QCOMPARE(m_events.size(), 1);
-    QVERIFY2(m_events.first().startsWith(QLatin1String("error:The download folder")), qPrintable(m_events.first()));
+    const QStringList events = run();
+    QCOMPARE(events.size(), 1);
+    QVERIFY2(events.first().startsWith(QLatin1String("error:The download folder")), qPrintable(events.first()));
     QVERIFY(fileRequests().isEmpty());
 }
 
 void TestUpdaterRun::linkedFolderIsLeftAlone()
 {
     const QString outside = m_scratch.filePath(QStringLiteral("outside"));
-    writeFile(outside + QStringLiteral("/x.bin"), "mine");
+    QVERIFY(TestFiles::write(outside + QStringLiteral("/x.bin"), "mine"));
     QDir().mkpath(m_settings->installPath());
     QVERIFY(QFile::link(outside, m_settings->installPath() + QStringLiteral("/data")));
     serve({{"/data/x.bin", bytes(100, 'x')}, {"/y.bin", bytes(100, 'y')}});
@@ -673,25 +529,18 @@ void TestUpdaterRun::linkedFolderIsLeftAlone()
     QVERIFY(QTest::qWaitFor([this] { return m_events.size() >= 2; }, 10000));
     QCOMPARE(m_events.first(), QStringLiteral("available:install"));
     QVERIFY2(m_events.at(1).contains(QLatin1String("/data/x.bin")), qPrintable(m_events.at(1)));
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(run(), Installed);
     QCOMPARE(fileRequests(), QStringList {"/game/y.bin"});
-    QCOMPARE(readFile(outside + QStringLiteral("/x.bin")), QByteArray("mine"));
+    QCOMPARE(TestFiles::read(outside + QStringLiteral("/x.bin")), QByteArray("mine"));
 }
 
 void TestUpdaterRun::fileThatCannotBeStagedFailsTheRun()
 {
     // A folder of an older version where a file now goes is cleared away.
     serve({{"/a.bin", bytes(1000, 'a')}});
-    writeFile(Updater::stagingDirectory() + QStringLiteral("/a.bin/old.dat"), "old");
+    QVERIFY(TestFiles::write(Updater::stagingDirectory() + QStringLiteral("/a.bin/old.dat"), "old"));
     check();
-    QVERIFY(waitForOutcome());
-    m_events.clear();
-    m_updater->startUpdate();
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(run(), Installed);
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
 
     // "/c" and "/c/d.bin" cannot both be files: the run must not pass for
@@ -699,12 +548,10 @@ void TestUpdaterRun::fileThatCannotBeStagedFailsTheRun()
     QDir(m_settings->installPath()).removeRecursively();
     serve({{"/c/d.bin", bytes(3000, 'd')}});
     m_server.setContent(QStringLiteral("/game/c"), bytes(10, 'c'));
-    serveManifest(
-        {{QStringLiteral("/c"), entry(bytes(10, 'c'))}, {QStringLiteral("/c/d.bin"), entry(bytes(3000, 'd'))}});
+    serveManifest({{QStringLiteral("/c"), TestManifest::entry(bytes(10, 'c'))},
+                   {QStringLiteral("/c/d.bin"), TestManifest::entry(bytes(3000, 'd'))}});
     check();
-    QVERIFY(waitForOutcome());
-    QVERIFY(startRun(3));
-    QCOMPARE(m_events,
+    QCOMPARE(run(),
              (QStringList {"state:installing", "state:update", "error:Could not create temporary file for download"}));
     QVERIFY(!m_updater->isInstalled());
 }
@@ -715,28 +562,21 @@ void TestUpdaterRun::fullDiskFailsTheRun()
         QSKIP("Mounting a small file system for the staging folder needs root");
     const QString staging = Updater::stagingDirectory();
     QDir().mkpath(staging);
-    if (QProcess::execute(QStringLiteral("mount"),
-                          {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
-                           QStringLiteral("size=1m,mode=0700"), QStringLiteral("tmpfs"), staging})
-        != 0)
+    if (QProcess::execute(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "size=1m,mode=0700", "tmpfs", staging}) != 0)
         QSKIP("This system does not let a test mount a file system");
     const auto unmount = qScopeGuard([&] { QProcess::execute(QStringLiteral("umount"), {staging}); });
 
     serve({{"/big.bin", bytes(3 * 1024 * 1024, 'b')}, {"/small.bin", bytes(1000, 's')}});
     check();
-    QVERIFY(waitForOutcome());
-    QVERIFY(startRun(3));
-    QCOMPARE(m_events,
-             (QStringList {"state:installing", "state:update", "error:Failed to write download data to file"}));
+    QCOMPARE(run(), (QStringList {"state:installing", "state:update", "error:Failed to write download data to file"}));
     QVERIFY(!m_updater->isInstalled());
 }
 
 void TestUpdaterRun::secondLauncherIsTurnedAway()
 {
     serve({{"/a.bin", bytes(100000, 'a')}});
-    m_server.setFault(QStringLiteral("/game/a.bin"), {TestHttpServer::Fault::Trickle, 0, 20000, 200});
+    m_server.setFault(QStringLiteral("/game/a.bin"), {Fault::Trickle, 0, 20000, 200});
     check();
-    QVERIFY(waitForOutcome());
     m_events.clear();
     m_updater->startUpdate();
 
@@ -753,8 +593,7 @@ void TestUpdaterRun::secondLauncherIsTurnedAway()
     QCOMPARE(secondEvents.size(), 2);
     QVERIFY2(secondEvents.last().contains(QLatin1String("another launcher")), qPrintable(secondEvents.last()));
 
-    QVERIFY(QTest::qWaitFor([this] { return m_events.contains(QStringLiteral("complete")); }, 20000));
-    QCOMPARE(m_events, (QStringList {"state:installing", "complete"}));
+    QCOMPARE(waitForOutcome(), Installed);
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(100000, 'a'));
 }
 
@@ -763,14 +602,15 @@ void TestUpdaterRun::ownTreeIsDeletedWithoutPassword()
     // A stand-in for polkit that notes it was asked.
     const QString bin = m_scratch.filePath(QStringLiteral("bin"));
     const QString asked = m_scratch.filePath(QStringLiteral("asked"));
-    writeFile(bin + QStringLiteral("/pkexec"), "#!/bin/sh\ntouch '" + asked.toUtf8() + "'\nexec \"$@\"\n");
+    QVERIFY(
+        TestFiles::write(bin + QStringLiteral("/pkexec"), "#!/bin/sh\ntouch '" + asked.toUtf8() + "'\nexec \"$@\"\n"));
     QFile::setPermissions(bin + QStringLiteral("/pkexec"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QByteArray path = qgetenv("PATH");
     qputenv("PATH", bin.toUtf8() + ':' + path);
 
     const QString tree = m_scratch.filePath(QStringLiteral("tree"));
-    writeFile(tree + QStringLiteral("/sub/a.bin"), "a");
-    writeFile(tree + QStringLiteral("/.initcomplete"), "");
+    QVERIFY(TestFiles::write(tree + QStringLiteral("/sub/a.bin"), "a"));
+    QVERIFY(TestFiles::write(tree + QStringLiteral("/.initcomplete"), ""));
     const bool removed = m_updater->runInstaller(tree, QString(), {});
     qputenv("PATH", path);
     QVERIFY(removed);
@@ -782,23 +622,17 @@ void TestUpdaterRun::installFailureRequiresRecheck()
 {
     serve({{"/a.bin", bytes(1000, 'a')}});
     check();
-    QVERIFY(waitForOutcome());
     // A tool that cannot run: the move fails after a good download.
     m_updater->setToolProgram(m_scratch.filePath(QStringLiteral("no-such-tool")));
-    m_events.clear();
-    m_updater->startUpdate();
-    QTRY_COMPARE(m_events.size(), 3);
-    QCOMPARE(m_events,
-             (QStringList {"state:installing", "error:Failed to start installation process", "state:update"}));
+    run();
+    QTRY_COMPARE(m_events,
+                 (QStringList {"state:installing", "error:Failed to start installation process", "state:update"}));
 
     m_updater->setToolProgram(QStringLiteral(LAUNCHER_BINARY));
     QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
     m_settings->setLastUpdateCheck(QString());
-    m_events.clear();
-    m_updater->startUpdate();
+    QCOMPARE(run(), QStringList {"none"});
     QCOMPARE(checking.count(), 1);
-    QVERIFY(waitForOutcome());
-    QCOMPARE(m_events, QStringList {"none"});
     QCOMPARE(m_updater->installStagedFiles(), 0);
     QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
 }
@@ -812,21 +646,23 @@ void TestUpdaterRun::gameRunning()
     QVERIFY(QFile::copy(sleep, game));
     QVERIFY(!m_updater->isGameRunning());
 
+    const auto start = [](QProcess &process, const QString &program) {
+        process.start(program, {QStringLiteral("30")});
+        return process.waitForStarted();
+    };
     {
         // The same name started from elsewhere is not this installation's game.
         const QString other = m_scratch.filePath(QStringLiteral("rungame.bin"));
         QFile::copy(sleep, other);
         QProcess process;
-        process.start(other, {QStringLiteral("30")});
-        QVERIFY(process.waitForStarted());
+        QVERIFY(start(process, other));
         QVERIFY(!m_updater->isGameRunning());
         process.kill();
         process.waitForFinished();
     }
 
     QProcess process;
-    process.start(game, {QStringLiteral("30")});
-    QVERIFY(process.waitForStarted());
+    QVERIFY(start(process, game));
     QVERIFY(m_updater->isGameRunning());
     // Separators and letter case of the stored path do not matter.
     const QString stored = m_settings->installPath();
@@ -835,13 +671,9 @@ void TestUpdaterRun::gameRunning()
     m_settings->setInstallPath(stored);
 
     check();
-    QVERIFY(waitForOutcome());
-    m_events.clear();
-    m_updater->startUpdate();
-    QCOMPARE(m_events,
+    QCOMPARE(run(),
              QStringList {"error:Update cannot be performed while the game is running. Please close the game "
                           "before updating."});
-
     process.kill();
     process.waitForFinished();
     QVERIFY(!m_updater->isGameRunning());

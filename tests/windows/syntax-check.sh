@@ -4,22 +4,14 @@
 # no Qt for Windows; the headers follow Q_OS_WIN, which the compiler defines).
 #
 # Usage: syntax-check.sh SOURCE_DIR TARGETS_DIR QT_MODULES
-#   TARGETS_DIR holds one file per CMake target (see CMakeLists.txt beside
-#   this script) with its sources, definitions and include directories;
-#   QT_MODULES the definitions and include directories of every Qt module
-#   found, which each source is given as well.
+#   TARGETS_DIR: one file per CMake target (see CMakeLists.txt beside this
+#   script); QT_MODULES: every Qt module found, given to each source.
 #
-# Which file is compiled:
-#   - every .cpp that a target lists, with that target's flags, except that
-#     foo_unix.cpp stands for foo_win.cpp, which must exist;
-#   - every other .cpp under src/ and tools/ (the Windows-only sources CMake
-#     adds in its WIN32 branches), with the flags of the target defined in
-#     the nearest folder above it;
-#   - never a file that is Linux-only by name: *_unix.cpp, *_linux.cpp, or
-#     a name containing "ffmpeg" (the Windows build decodes video with Qt
-#     Multimedia, so the FFmpeg decoder is a Linux-only choice).
-# Warnings in the project's own code are errors; Qt's headers are system
-# headers, so their own noise stays out.
+# Compiled: every .cpp a target lists, with its flags (foo_unix.cpp stands
+# for foo_win.cpp, which must exist); every other .cpp under src/ and tools/
+# (CMake's WIN32 branches), with the flags of the nearest target above it;
+# never *_unix.cpp, *_linux.cpp or an FFmpeg source (Windows decodes video
+# with Qt Multimedia). Warnings in our code are errors; Qt's are not.
 set -euo pipefail
 
 source_dir=$(cd "$1" && pwd)
@@ -71,13 +63,9 @@ for description in "$targets_dir"/*.txt; do
     flags="$work/flags/$target.rsp"
     {
         standard=17
-        escape "-DUNICODE"
-        escape "-D_UNICODE"
-        escape "-DWIN32"
-        escape "-DWIN64"
-        escape "-DMINGW_HAS_SECURE_API=1"
-        escape "-isystem"
-        escape "$work/portable"
+        for flag in -DUNICODE -D_UNICODE -DWIN32 -DWIN64 -DMINGW_HAS_SECURE_API=1 -isystem "$work/portable"; do
+            escape "$flag"
+        done
         declare -A seen=()
         while IFS= read -r line; do
             [ -z "${seen[$line]:-}" ] || continue
