@@ -13,7 +13,7 @@
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    const BenchSetup::Size size = BenchSetup::parseSize(app, "256", "200");
+    const BenchSetup::Size size = BenchSetup::parseSize(app.arguments(), "256", "200");
 
     IsolatedSettings isolation;
     QTemporaryDir root;

@@ -59,7 +59,7 @@ namespace BenchSetup
     };
 
     // The size of the synthetic game, from --size-mib and --files.
-    inline Size parseSize(const QCoreApplication &app, const char *defaultMiB, const char *defaultFiles)
+    inline Size parseSize(const QStringList &arguments, const char *defaultMiB, const char *defaultFiles)
     {
         QCommandLineParser parser;
         parser.addHelpOption();
@@ -68,7 +68,7 @@ namespace BenchSetup
         const QCommandLineOption filesOption(QStringLiteral("files"), QStringLiteral("Number of files."),
                                              QStringLiteral("n"), QLatin1String(defaultFiles));
         parser.addOptions({sizeOption, filesOption});
-        parser.process(app);
+        parser.process(arguments);
         return {parser.value(sizeOption).toLongLong() * 1024 * 1024, parser.value(filesOption).toInt()};
     }
 
