@@ -47,20 +47,7 @@ namespace
         QString error;
     };
 
-    // Peak resident memory of a process, and its reset, so that a run's peak
-    // is its own and not that of the set-up before it.
-    qint64 peakKiB(const QString &pid)
-    {
-        QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-        if (!status.open(QIODevice::ReadOnly))
-            return -1;
-        for (const QByteArray &line : status.readAll().split('\n')) {
-            if (line.startsWith("VmHWM:"))
-                return line.mid(6).trimmed().split(' ').first().toLongLong();
-        }
-        return -1;
-    }
-
+    // So that a run's peak is its own and not that of the set-up before it.
     void resetPeak()
     {
         QFile clear(QStringLiteral("/proc/self/clear_refs"));
@@ -187,7 +174,7 @@ namespace
         while (complete.isEmpty() && error.isEmpty())
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         sample.ms = timer.elapsed();
-        sample.peakKiB = peakKiB(QStringLiteral("self"));
+        sample.peakKiB = BenchSetup::peakResidentKiB();
         sample.installMs = allBytesAt >= 0 ? sample.ms - allBytesAt : -1;
         if (!error.isEmpty())
             sample.error = error.first().first().toString();
@@ -305,7 +292,7 @@ namespace
             QThread::msleep(5);
         }
         sample.ms = timer.elapsed();
-        sample.peakKiB = peakKiB(pid);
+        sample.peakKiB = BenchSetup::peakResidentKiB(pid);
         return sample;
     }
 

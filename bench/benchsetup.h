@@ -94,9 +94,10 @@ namespace BenchSetup
         return qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), table}}).toJson(QJsonDocument::Compact));
     }
 
-    inline qint64 peakResidentKiB()
+    // Peak resident memory of a process, "self" by default.
+    inline qint64 peakResidentKiB(const QString &pid = QStringLiteral("self"))
     {
-        QFile status(QStringLiteral("/proc/self/status"));
+        QFile status(QStringLiteral("/proc/%1/status").arg(pid));
         if (!status.open(QIODevice::ReadOnly))
             return -1;
         for (const QByteArray &line : status.readAll().split('\n')) {
