@@ -243,27 +243,12 @@ namespace
     {
         Result result;
         QTemporaryDir home;
-        const QString config = home.filePath(QStringLiteral("config/Brindlewood Works"));
-        QDir().mkpath(config);
-        QDir().mkpath(home.filePath(QStringLiteral("tmp")));
-        QFile store(config + QStringLiteral("/Hollowmere Bench Launcher.conf"));
-        if (!store.open(QIODevice::WriteOnly)) {
+        const QProcessEnvironment environment = BenchSetup::launcherEnvironment(
+            home.path(), home.filePath(QStringLiteral("install")), animations, display);
+        if (environment.isEmpty()) {
             result.error = QStringLiteral("cannot write the settings");
             return result;
         }
-        // A player who has chosen where the game goes, so no first-run dialog.
-        store.write("[General]\nhasSelectedInstallPath=true\ninstallPath=" + home.filePath("install").toUtf8()
-                    + "\nanimationsEnabled=" + (animations ? "true" : "false") + "\n");
-        store.close();
-
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home.path());
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
-        environment.insert(QStringLiteral("TMPDIR"), home.filePath(QStringLiteral("tmp")));
-        environment.insert(QStringLiteral("DISPLAY"), display);
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
 
         Screen screen(display);
         QProcess process;
@@ -276,12 +261,7 @@ namespace
             result.error = QStringLiteral("the launcher did not start");
             return result;
         }
-        const auto stop = qScopeGuard([&process] {
-            process.terminate();
-            if (!process.waitForFinished(5000))
-                process.kill();
-            process.waitForFinished();
-        });
+        const auto stop = qScopeGuard([&process] { BenchSetup::stopProcess(process); });
 
         // Small pictures every few milliseconds: fine enough to time the
         // moment, light enough not to slow down the start it measures.

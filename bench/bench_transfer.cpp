@@ -217,28 +217,14 @@ namespace
     {
         Sample sample;
         QTemporaryDir home;
-        const QString config = home.filePath(QStringLiteral("config/Brindlewood Works"));
-        QDir().mkpath(config);
-        QDir().mkpath(home.filePath(QStringLiteral("tmp")));
-        QFile store(config + QStringLiteral("/Hollowmere Bench Launcher.conf"));
-        if (!store.open(QIODevice::WriteOnly))
-            qFatal("cannot write the launcher settings");
         const QString install = home.filePath(QStringLiteral("install"));
-        store.write("[General]\nhasSelectedInstallPath=true\ninstallPath=" + install.toUtf8()
-                    + "\nanimationsEnabled=" + (animations ? "true" : "false") + "\n");
-        store.close();
+        const QProcessEnvironment environment
+            = BenchSetup::launcherEnvironment(home.path(), install, animations, display);
+        if (environment.isEmpty())
+            qFatal("cannot write the launcher settings");
         // Where the engine stages on this system, under the cache location.
         const QString firstFolder = home.filePath(QStringLiteral("cache/Brindlewood Works/Hollowmere Bench/data"));
         const QString marker = install + QStringLiteral("/.initcomplete");
-
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home.path());
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
-        environment.insert(QStringLiteral("TMPDIR"), home.filePath(QStringLiteral("tmp")));
-        environment.insert(QStringLiteral("DISPLAY"), display);
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
 
         QProcess process;
         process.setProcessEnvironment(environment);
@@ -248,12 +234,7 @@ namespace
             sample.error = QStringLiteral("the launcher did not start");
             return sample;
         }
-        const auto stop = qScopeGuard([&process] {
-            process.terminate();
-            if (!process.waitForFinished(5000))
-                process.kill();
-            process.waitForFinished();
-        });
+        const auto stop = qScopeGuard([&process] { BenchSetup::stopProcess(process); });
         const QString pid = QString::number(process.processId());
 
         QElapsedTimer wait;
@@ -370,10 +351,7 @@ int main(int argc, char *argv[])
     nginx.setProcessChannelMode(QProcess::ForwardedChannels);
     nginx.start(QStringLiteral("nginx"),
                 {QStringLiteral("-p"), root.path(), QStringLiteral("-c"), confFile.fileName()});
-    const auto stopNginx = qScopeGuard([&nginx] {
-        nginx.terminate();
-        nginx.waitForFinished(5000);
-    });
+    const auto stopNginx = qScopeGuard([&nginx] { BenchSetup::stopProcess(nginx); });
     if (!nginx.waitForStarted() || !waitForPort(BENCH_PORT)) {
         out << "failed: nginx did not start on port " << BENCH_PORT << '\n';
         return 1;

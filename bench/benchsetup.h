@@ -7,6 +7,8 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
@@ -105,5 +107,41 @@ namespace BenchSetup
                 return line.mid(6).trimmed().split(' ').first().toLongLong();
         }
         return -1;
+    }
+
+    // A player's home in `home` for the bench build of the launcher: one who
+    // has chosen where the game goes (so no first-run dialog), and the
+    // environment that points the launcher at that home and at `display`.
+    // Empty when the settings cannot be written.
+    inline QProcessEnvironment launcherEnvironment(const QString &home, const QString &install, bool animations,
+                                                   const QString &display)
+    {
+        const QString config = home + QStringLiteral("/config/Brindlewood Works");
+        QDir().mkpath(config);
+        QDir().mkpath(home + QStringLiteral("/tmp"));
+        QFile store(config + QStringLiteral("/Hollowmere Bench Launcher.conf"));
+        if (!store.open(QIODevice::WriteOnly))
+            return {};
+        store.write("[General]\nhasSelectedInstallPath=true\ninstallPath=" + install.toUtf8()
+                    + "\nanimationsEnabled=" + (animations ? "true" : "false") + "\n");
+
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home);
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
+        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/cache"));
+        environment.insert(QStringLiteral("TMPDIR"), home + QStringLiteral("/tmp"));
+        environment.insert(QStringLiteral("DISPLAY"), display);
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        return environment;
+    }
+
+    // Asks first, so that the launcher ends as a player's would.
+    inline void stopProcess(QProcess &process)
+    {
+        process.terminate();
+        if (!process.waitForFinished(5000))
+            process.kill();
+        process.waitForFinished();
     }
 }
