@@ -1,13 +1,6 @@
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QProcess>
-#include <QRandomGenerator>
-#include <QRegularExpression>
-#include <QStandardPaths>
-#include <QStorageInfo>
-#include <QTemporaryDir>
 #include <QtTest>
+
+#include "support/testfiles.h"
 
 // Runs the real launcher executable in its relocation mode on temporary trees.
 class TestRelocate : public QObject
@@ -17,18 +10,8 @@ class TestRelocate : public QObject
 private slots:
     void relocate_data();
     void relocate();
-    void commandLine_data();
-    void commandLine();
     void interrupted_data();
     void interrupted();
-
-private:
-    struct Result
-    {
-        int exitCode = -1;
-        QByteArray output;
-    };
-    static Result run(const QStringList &arguments, const QString &workingDirectory, bool display = false);
 };
 
 namespace
@@ -50,24 +33,16 @@ namespace
 
     void makeTree(const QString &root, const QStringList &tree)
     {
-        QDir().mkpath(root);
         for (const QString &entry : tree) {
-            if (entry.endsWith(QLatin1Char('/'))) {
-                QVERIFY(QDir(root).mkpath(entry));
-                continue;
-            }
             const QString path
                 = root + QLatin1Char('/') + entry.section(QRegularExpression(QStringLiteral("=|->|\\|")), 0, 0);
-            QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-            if (entry.contains(QLatin1String("->"))) {
+            QVERIFY(QDir().mkpath(entry.endsWith(QLatin1Char('/')) ? path : QFileInfo(path).path()));
+            if (entry.contains(QLatin1String("->")))
                 QVERIFY(QFile::link(root + QLatin1Char('/') + entry.section(QLatin1String("->"), 1), path));
-            } else if (entry.endsWith(QLatin1Char('|'))) {
+            else if (entry.endsWith(QLatin1Char('|')))
                 QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {path}), 0);
-            } else {
-                QFile file(path);
-                QVERIFY(file.open(QIODevice::WriteOnly));
-                file.write(entry.section(QLatin1Char('='), 1).toUtf8());
-            }
+            else if (!entry.endsWith(QLatin1Char('/')))
+                QVERIFY(TestFiles::write(path, entry.section(QLatin1Char('='), 1).toUtf8()));
         }
     }
 
@@ -77,91 +52,52 @@ namespace
         QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                         QDirIterator::Subdirectories);
         while (it.hasNext()) {
-            const QString path = it.next();
+            const QString relative = QDir(root).relativeFilePath(it.next());
             const QFileInfo info = it.fileInfo();
-            const QString relative = QDir(root).relativeFilePath(path);
-            if (info.isSymbolicLink()) {
+            if (info.isSymbolicLink())
                 tree << relative + QStringLiteral("->") + QDir(root).relativeFilePath(info.symLinkTarget());
-            } else if (info.isDir()) {
+            else if (info.isDir())
                 tree << relative + QLatin1Char('/');
-            } else if (!info.isFile()) {
+            else if (!info.isFile())
                 tree << relative + QLatin1Char('|');
-            } else {
-                QFile file(path);
-                if (file.open(QIODevice::ReadOnly))
-                    tree << relative + QLatin1Char('=') + QString::fromUtf8(file.readAll());
-            }
+            else
+                tree << relative + QLatin1Char('=') + QString::fromUtf8(TestFiles::read(info.filePath()));
         }
         tree.sort();
         return tree;
-    }
-
-    // A large file of the interrupted moves: the content the move brings,
-    // and the content the target had before, if any.
-    struct BigFile
-    {
-        QString path;
-        QByteArray content;
-        QByteArray old;
-    };
-
-    QByteArray noise(int megabytes, quint32 seed)
-    {
-        QByteArray data(megabytes << 20, Qt::Uninitialized);
-        QRandomGenerator(seed).fillRange(reinterpret_cast<quint32 *>(data.data()), data.size() / 4);
-        return data;
-    }
-
-    // "new", "old", "missing" or "other", for messages that say what broke.
-    QString contentOf(const QString &path, const BigFile &file)
-    {
-        QFile in(path);
-        if (!in.open(QIODevice::ReadOnly))
-            return QStringLiteral("missing");
-        const QByteArray data = in.readAll();
-        if (data == file.content)
-            return QStringLiteral("new");
-        return !file.old.isEmpty() && data == file.old ? QStringLiteral("old") : QStringLiteral("other");
     }
 
     QStringList files(const QString &root)
     {
         QStringList list;
         QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            const QString path = it.next();
-            list << QDir(root).relativeFilePath(path) + QLatin1Char(' ') + QString::number(it.fileInfo().size());
-        }
+        while (it.hasNext())
+            list << QDir(root).relativeFilePath(it.next());
         list.sort();
         return list;
     }
-}
 
-TestRelocate::Result TestRelocate::run(const QStringList &arguments, const QString &workingDirectory, bool display)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.setWorkingDirectory(workingDirectory);
     // An elevated run finds no display; the tool must not need one.
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    if (!display) {
+    int run(const QStringList &arguments, const QString &workingDirectory)
+    {
+        QProcess process;
+        process.setWorkingDirectory(workingDirectory);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
             environment.remove(QString::fromLatin1(name));
-    }
-    process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(LAUNCHER_BINARY), arguments);
-    if (!process.waitForFinished(60000)) {
-        process.kill();
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(LAUNCHER_BINARY), arguments);
+        if (!process.waitForFinished(60000))
+            process.kill();
         process.waitForFinished();
-        return {};
+        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     }
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAll()};
 }
 
 void TestRelocate::relocate_data()
 {
     QTest::addColumn<QStringList>("tree");
-    QTest::addColumn<QStringList>("arguments"); // %r is the root, also the working directory
+    QTest::addColumn<QStringList>("arguments"); // %r: the root, also the working directory; '': empty
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QStringList>("treeAfter");
 
@@ -171,27 +107,18 @@ void TestRelocate::relocate_data()
     const QStringList moved = entries(".initcomplete= data/ data/empty/ data/maps/ data/maps/a.map=A game.exe=binary");
     const QStringList toGame = entries("--source %r/staging --dest %r/game");
 
-    QTest::newRow("into a missing target, with its parents")
-        << game << entries("--source %r/staging --dest %r/new/deep/game") << 0
+    QTest::newRow("relative paths, into a missing target with its parents")
+        << game << entries("--source staging --dest new/deep/game") << 0
         << emptied + entries("new/ new/deep/") + under(QStringLiteral("new/deep/game/"), moved);
-    QTest::newRow("relative paths start at the working directory")
-        << game << entries("--source staging --dest new/game") << 0
-        << emptied + entries("new/") + under(QStringLiteral("new/game/"), moved);
-    QTest::newRow("over an existing target, replacing files")
-        << game + entries("game/game.exe=old game/saved.cfg=mine") << toGame << 0
-        << emptied + under(QStringLiteral("game/"), moved) + entries("game/saved.cfg=mine");
-    QTest::newRow("quotes are part of the paths")
-        << entries("sta\"ging/a.txt=x") << entries("--source %r/sta\"ging --dest %r/\"\"") << 0
-        << entries("sta\"ging/ \"\"/ \"\"/a.txt=x");
-    QTest::newRow("ignore matches exact relative paths, quotes and backslashes included")
+    QTest::newRow("values after '=', quotes in paths, over an existing target")
+        << game + entries("\"\"/game.exe=old \"\"/saved.cfg=mine") << entries("--source=%r/staging --dest=%r/\"\"") << 0
+        << emptied + under(QStringLiteral("\"\"/"), moved) + entries("\"\"/saved.cfg=mine");
+    QTest::newRow("ignore matches exact relative paths, directories not pruned")
         << entries("staging/config.otml=keep staging/sub/config.otml=go staging/sub/skip.txt=keep "
-                   "staging/sub/other.txt=go staging/q.txt=go")
-        << toGame + entries("--ignore config.otml,sub/skip.txt,sub\\other.txt,\"q.txt\"") << 0
-        << entries("staging/ staging/config.otml=keep staging/sub/ staging/sub/skip.txt=keep game/ game/q.txt=go "
-                   "game/sub/ game/sub/config.otml=go game/sub/other.txt=go");
-    QTest::newRow("an ignored directory is not pruned")
-        << entries("staging/sub/file=1 staging/lonely/") << toGame + entries("--ignore lonely,sub") << 0
-        << entries("staging/ staging/lonely/ staging/sub/ game/ game/sub/ game/sub/file=1");
+                   "staging/sub/other.txt=go staging/q.txt=go staging/lonely/")
+        << toGame + entries("--ignore config.otml,sub/skip.txt,sub\\other.txt,\"q.txt\",lonely,sub") << 0
+        << entries("staging/ staging/config.otml=keep staging/lonely/ staging/sub/ staging/sub/skip.txt=keep game/ "
+                   "game/q.txt=go game/sub/ game/sub/config.otml=go game/sub/other.txt=go");
     QTest::newRow("links and pipes stay behind and fail the move")
         << entries("staging/a=1 staging/sub/b=2 staging/link->staging/a staging/dirlink->staging/sub staging/pipe|")
         << toGame << 1
@@ -202,24 +129,24 @@ void TestRelocate::relocate_data()
         << entries(
                "staging/ staging/data/ staging/data/x=new game/ game/data->outside game/y=2 outside/ outside/x=mine");
 
+    // Refused, or a wrong command line: nothing is touched.
     const QStringList nested = entries("game/ game/file=x game/sub/ game/sub/deep=y link->game");
-    QTest::newRow("refuses the same directory, spelt differently")
-        << nested << entries("--source %r/game --dest %r/x/../game/") << 1 << nested;
-    QTest::newRow("refuses a destination inside the source")
-        << nested << entries("--source %r/game --dest %r/game/sub/new") << 1 << nested;
-    QTest::newRow("refuses a source inside the destination")
-        << nested << entries("--source %r/game/sub --dest %r/game") << 1 << nested;
-    QTest::newRow("refuses a link into the source")
-        << nested << entries("--source %r/game --dest %r/link/new") << 1 << nested;
+    const auto refused = [&](const char *name, const char *arguments) {
+        QTest::newRow(name) << nested << entries(arguments) << 1 << nested;
+    };
+    refused("the same directory, spelt differently", "--source %r/game --dest %r/x/../game/");
+    refused("a destination inside the source", "--source %r/game --dest %r/game/sub/new");
+    refused("a source inside the destination", "--source %r/game/sub --dest %r/game");
+    refused("a link into the source", "--source %r/game --dest %r/link/new");
+    refused("unknown option", "--frobnicate --source %r/game --dest %r/new");
+    refused("missing value", "--source %r/game --dest");
 
     const QStringList deleteGame = entries("--source %r/game --dest ''");
     const QStringList installed
         = entries("game/game.exe=x game/a/b/c/deep.txt=y game/a/empty/ game/.initcomplete= game/a/.hidden=z");
-    QTest::newRow("an empty destination deletes the whole tree, dot-files too")
-        << installed << deleteGame << 0 << QStringList();
-    QTest::newRow("deleting removes links and pipes, never what links lead to")
-        << entries("game/dirlink->outside game/filelink->outside/keep game/pipe| outside/keep=x") << deleteGame << 0
-        << entries("outside/ outside/keep=x");
+    QTest::newRow("an empty destination deletes the tree, dot-files, links and pipes, never what links lead to")
+        << installed + entries("game/dirlink->outside game/filelink->outside/keep game/pipe| outside/keep=x")
+        << deleteGame << 0 << entries("outside/ outside/keep=x");
     QTest::newRow("an ignored file stays and fails the delete")
         << installed << deleteGame + entries("--ignore a/b/c/deep.txt") << 1
         << entries("game/ game/a/ game/a/b/ game/a/b/c/ game/a/b/c/deep.txt=y");
@@ -233,77 +160,23 @@ void TestRelocate::relocate()
     QFETCH(int, exitCode);
     QFETCH(QStringList, treeAfter);
 
-    if (tree.join(QLatin1Char(' ')).contains(QRegularExpression(QStringLiteral("->|\\|")))
-        && QStandardPaths::findExecutable(QStringLiteral("mkfifo")).isEmpty())
-        QSKIP("Links and named pipes are made here with the tools of a Unix system");
-
     QTemporaryDir root;
     makeTree(root.path(), tree);
-    for (QString &argument : arguments)
-        argument.replace(QLatin1String("%r"), root.path());
-    // '' stands for an empty argument.
+    arguments.replaceInStrings(QStringLiteral("%r"), root.path());
     arguments.replaceInStrings(QRegularExpression(QStringLiteral("^''$")), QString());
 
-    QCOMPARE(run(arguments, root.path()).exitCode, exitCode);
+    QCOMPARE(run(arguments, root.path()), exitCode);
     treeAfter.sort();
     QCOMPARE(readTree(root.path()), treeAfter);
 }
 
-void TestRelocate::commandLine_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("display");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QStringList>("output");
-    QTest::addColumn<bool>("moved");
-
-    // %1 is the source, %2 the target. Only the launcher's own options need
-    // a display; the tool and a wrong command line never do.
-    QTest::newRow("values after '='") << entries("--source=%1 --dest=%2") << false << 0 << QStringList() << true;
-    QTest::newRow("help") << entries("--help") << true << 0
-                          << QStringList {QStringLiteral("Hollowmere Launcher"),
-                                          QStringLiteral("Source directory containing files to move")}
-                          << false;
-    QTest::newRow("version") << entries("--version") << true << 0 << entries("launcher") << false;
-    QTest::newRow("unknown option") << entries("--frobnicate --source %1 --dest %2") << false << 1
-                                    << QStringList {QStringLiteral("Unknown option 'frobnicate'")} << false;
-    QTest::newRow("missing value") << entries("--source %1 --dest") << false << 1
-                                   << QStringList {QStringLiteral("Missing value after '--dest'")} << false;
-}
-
-void TestRelocate::commandLine()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(bool, display);
-    QFETCH(int, exitCode);
-    QFETCH(QStringList, output);
-    QFETCH(bool, moved);
-
-    QTemporaryDir root;
-    const QString sourcePath = root.filePath(QStringLiteral("from"));
-    const QString destPath = root.filePath(QStringLiteral("to"));
-    makeTree(sourcePath, {QStringLiteral("file.txt=x")});
-    for (QString &argument : arguments)
-        argument = argument.replace(QLatin1String("%1"), sourcePath).replace(QLatin1String("%2"), destPath);
-
-    const Result result = run(arguments, root.path(), display);
-    QCOMPARE(result.exitCode, exitCode);
-    for (const QString &text : std::as_const(output))
-        QVERIFY2(QString::fromUtf8(result.output).contains(text), result.output.constData());
-    QCOMPARE(QFile::exists(destPath + QStringLiteral("/file.txt")), moved);
-    QCOMPARE(QFile::exists(sourcePath + QStringLiteral("/file.txt")), !moved);
-}
-
 void TestRelocate::interrupted_data()
 {
-    // Large files cross from a tmpfs to the disk, so each takes a while and
-    // the tool is caught in the middle of the move.
     QTest::addColumn<int>("filesInPlace"); // interrupt once this many have arrived; -1: at the first change
     QTest::addColumn<bool>("closeInput"); // ask to stop by closing stdin instead of killing
 
     QTest::newRow("killed while the first file is copied") << -1 << false;
     QTest::newRow("killed after one file") << 1 << false;
-    QTest::newRow("killed after three files") << 3 << false;
     QTest::newRow("told to stop after one file") << 1 << true;
 }
 
@@ -312,41 +185,47 @@ void TestRelocate::interrupted()
     QFETCH(int, filesInPlace);
     QFETCH(bool, closeInput);
 
+    // Large files cross from a tmpfs to the disk, so each takes a while and
+    // the tool is caught in the middle of the move.
     QTemporaryDir memory(QStringLiteral("/dev/shm/tst_app_relocate-XXXXXX"));
     QTemporaryDir disk;
-    if (!memory.isValid())
-        QSKIP("No /dev/shm to move from");
-    if (QStorageInfo(memory.path()).rootPath() == QStorageInfo(disk.path()).rootPath())
-        QSKIP("/dev/shm and the temporary directory share a file system here");
+    if (!memory.isValid() || QStorageInfo(memory.path()).rootPath() == QStorageInfo(disk.path()).rootPath())
+        QSKIP("No /dev/shm on a file system of its own to move from");
 
     const QString source = memory.filePath(QStringLiteral("staging"));
     const QString dest = disk.filePath(QStringLiteral("game"));
-    const QList<BigFile> bigFiles {{QStringLiteral("a.pak"), noise(24, 1), noise(1, 2)},
-                                   {QStringLiteral("data/b.pak"), noise(40, 3), noise(2, 4)},
-                                   {QStringLiteral("data/c.pak"), noise(20, 5), {}},
-                                   {QStringLiteral("bin/run"), noise(32, 6), {}}};
-    const auto write = [](const QString &path, const QByteArray &content) {
-        QFile out(path);
-        return content.isEmpty()
-            || (QDir().mkpath(QFileInfo(path).path()) && out.open(QIODevice::WriteOnly)
-                && out.write(content) == content.size());
+    // What a missing file reads as, never a content: an empty target is broken.
+    const QByteArray missing = TestFiles::read(disk.filePath(QStringLiteral("absent")));
+    struct BigFile
+    {
+        QString path;
+        QByteArray content;
+        QByteArray old;
     };
-    for (const BigFile &file : bigFiles) {
-        QVERIFY(write(source + QLatin1Char('/') + file.path, file.content));
-        QVERIFY(write(dest + QLatin1Char('/') + file.path, file.old));
+    QList<BigFile> bigFiles;
+    for (const char *path : {"a.pak", "bin/run", "data/b.pak", "data/c.pak"}) {
+        const auto index = quint32(bigFiles.size());
+        BigFile file {QString::fromLatin1(path), QByteArray((24 + 8 * index) << 20, Qt::Uninitialized), missing};
+        QRandomGenerator(index).fillRange(reinterpret_cast<quint32 *>(file.content.data()), file.content.size() / 4);
+        QVERIFY(TestFiles::write(QDir(source).filePath(file.path), file.content));
+        // Every other target has an old content to be replaced.
+        if (index % 2 == 0) {
+            file.old = QByteArray(1 << 20, 'o');
+            QVERIFY(TestFiles::write(QDir(dest).filePath(file.path), file.old));
+        }
+        bigFiles << file;
     }
     const QFileDevice::Permissions executable
         = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner | QFileDevice::ReadGroup;
     QVERIFY(QFile::setPermissions(source + QStringLiteral("/bin/run"), executable));
-    QVERIFY(write(dest + QStringLiteral("/saved.cfg"), QByteArrayLiteral("mine")));
+    QVERIFY(TestFiles::write(dest + QStringLiteral("/saved.cfg"), QByteArrayLiteral("mine")));
 
     const QStringList arguments {QStringLiteral("--source"), source, QStringLiteral("--dest"), dest};
     const QStringList destBefore = files(dest);
     const auto arrived = [&] {
-        int count = 0;
-        for (const BigFile &file : bigFiles)
-            count += QFileInfo(dest + QLatin1Char('/') + file.path).size() == file.content.size();
-        return count;
+        return std::count_if(bigFiles.cbegin(), bigFiles.cend(), [&](const BigFile &file) {
+            return QFileInfo(QDir(dest).filePath(file.path)).size() == file.content.size();
+        });
     };
     QProcess tool;
     tool.start(QStringLiteral(LAUNCHER_BINARY), arguments);
@@ -357,11 +236,9 @@ void TestRelocate::interrupted()
     if (closeInput) {
         tool.closeWriteChannel();
         QVERIFY(tool.waitForFinished(60000));
-        QCOMPARE(tool.exitStatus(), QProcess::NormalExit);
         QCOMPARE(tool.exitCode(), 1);
         QVERIFY2(arrived() < bigFiles.size(), "stopped only when everything had arrived");
-        QVERIFY2(!files(dest).join(QLatin1Char(' ')).contains(QLatin1String(".relocating")),
-                 "stopped in the middle of a file");
+        QVERIFY2(files(dest).filter(QStringLiteral(".relocating")).isEmpty(), "stopped in the middle of a file");
     } else {
         tool.kill();
         tool.waitForFinished();
@@ -369,25 +246,18 @@ void TestRelocate::interrupted()
 
     // Every target is whole, old or new; whatever has not arrived is still
     // whole in the source, so running the same command again finishes.
-    for (const BigFile &file : bigFiles) {
-        const QString there = contentOf(dest + QLatin1Char('/') + file.path, file);
-        const QString left = contentOf(source + QLatin1Char('/') + file.path, file);
-        const bool whole
-            = there == QLatin1String("new") || there == QLatin1String(file.old.isEmpty() ? "missing" : "old");
-        const bool recoverable
-            = left == QLatin1String("new") || (there == QLatin1String("new") && left == QLatin1String("missing"));
-        QVERIFY2(whole && recoverable,
-                 qPrintable(file.path + QStringLiteral(": target ") + there + QStringLiteral(", source ") + left));
+    for (const BigFile &file : std::as_const(bigFiles)) {
+        const QByteArray there = TestFiles::read(QDir(dest).filePath(file.path));
+        const QByteArray left = TestFiles::read(QDir(source).filePath(file.path));
+        QVERIFY2((there == file.content || there == file.old)
+                     && (left == file.content || (left == missing && there == file.content)),
+                 qPrintable(file.path));
     }
 
-    QCOMPARE(run(arguments, disk.path()).exitCode, 0);
-    QStringList expected {QStringLiteral("saved.cfg 4")};
-    for (const BigFile &file : bigFiles) {
-        QCOMPARE(contentOf(dest + QLatin1Char('/') + file.path, file), QStringLiteral("new"));
-        expected << file.path + QLatin1Char(' ') + QString::number(file.content.size());
-    }
-    expected.sort();
-    QCOMPARE(files(dest), expected);
+    QCOMPARE(run(arguments, disk.path()), 0);
+    for (const BigFile &file : std::as_const(bigFiles))
+        QVERIFY(TestFiles::read(QDir(dest).filePath(file.path)) == file.content);
+    QCOMPARE(files(dest).size(), bigFiles.size() + 1); // saved.cfg stays
     QCOMPARE(files(source), QStringList());
     const QFileDevice::Permissions userBits = QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser;
     QCOMPARE(QFile::permissions(dest + QStringLiteral("/bin/run")) & ~userBits, executable);

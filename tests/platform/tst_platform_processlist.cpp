@@ -1,136 +1,85 @@
-#include <QDir>
-#include <QFile>
-#include <QProcess>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QtTest>
 
-#include <memory>
-#include <vector>
+#include <list>
 
 #include "platform/processlist.h"
 
-// Runs real processes under chosen names and asks the process list for them.
+// Runs copies of sleep under chosen names and asks the process list for them.
 class TestProcessList : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void firstProcessImagePath_data();
-    void firstProcessImagePath();
-    void isSameExecutable_data();
-    void isSameExecutable();
+    void find_data();
+    void find();
 };
 
 namespace
 {
-    // A copy of sleep under another name, so the process list shows that name.
-    QString makeProgram(const QString &path)
+    bool copySleep(const QString &path)
     {
-        QDir().mkpath(QFileInfo(path).path());
-        if (!QFile::copy(QStandardPaths::findExecutable(QStringLiteral("sleep")), path))
-            return QString();
-        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        return path;
+        return QDir().mkpath(QFileInfo(path).path())
+            && QFile::copy(QStandardPaths::findExecutable(QStringLiteral("sleep")), path);
     }
-
-    class Running
-    {
-    public:
-        bool start(const QString &program)
-        {
-            m_processes.push_back(std::make_unique<QProcess>());
-            m_processes.back()->start(program, {QStringLiteral("30")});
-            return m_processes.back()->waitForStarted();
-        }
-        ~Running()
-        {
-            for (const auto &process : m_processes) {
-                process->kill();
-                process->waitForFinished();
-            }
-        }
-
-    private:
-        std::vector<std::unique_ptr<QProcess>> m_processes;
-    };
 }
 
-void TestProcessList::firstProcessImagePath_data()
+void TestProcessList::find_data()
 {
-    // Programs are started in the order given; ids ascend with the start
-    // on an idle test machine.
+    // Beside the programs: "link" points to "install", and "Install" is a
+    // folder of its own with a copy of sleep.
     QTest::addColumn<QStringList>("programs");
     QTest::addColumn<QString>("fileName");
-    QTest::addColumn<QString>("found");
+    QTest::addColumn<bool>("removed"); // the first program is deleted while it runs
+    QTest::addColumn<QString>("expected"); // empty: no such process
+    QTest::addColumn<bool>("same");
 
-    QTest::newRow("no process of that name")
-        << QStringList {QStringLiteral("install/plist_game.bin")} << "plist_other.bin" << QString();
-    QTest::newRow("running program") << QStringList {QStringLiteral("Game Dir/plist_dx.exe")} << "plist_dx.exe"
-                                     << "Game Dir/plist_dx.exe";
-    QTest::newRow("first of the name decides")
-        << QStringList {QStringLiteral("elsewhere/plist_copy.bin"), QStringLiteral("install/plist_copy.bin")}
-        << "plist_copy.bin"
-        << "elsewhere/plist_copy.bin";
-    QTest::newRow("name is case-sensitive")
-        << QStringList {QStringLiteral("PlistCase.bin")} << "plistcase.bin" << QString();
+    const QStringList game {QStringLiteral("install/plist_same.bin")};
+    const QString name = QStringLiteral("plist_same.bin");
+    QTest::newRow("no process of that name") << game << "plist_other.bin" << false << QString() << false;
+    QTest::newRow("name is case-sensitive") << game << "Plist_same.bin" << false << QString() << false;
+    QTest::newRow("blank in the path") << QStringList {QStringLiteral("Game Dir/plist_dx.exe")} << "plist_dx.exe"
+                                       << false << "Game Dir/plist_dx.exe" << true;
+    QTest::newRow("first of the name decides") << QStringList {QStringLiteral("elsewhere/plist_same.bin"), game.first()}
+                                               << name << false << "elsewhere/plist_same.bin" << true;
+    QTest::newRow("through a symlinked folder") << game << name << false << "link/plist_same.bin" << true;
+    QTest::newRow("doubled separator and dot steps") << game << name << false << "./install//./plist_same.bin" << true;
+    QTest::newRow("folder differing only in case") << game << name << false << "Install/plist_same.bin" << false;
+    // The kernel still names the image of a program deleted under it.
+    QTest::newRow("removed, through a symlinked folder") << game << name << true << "link/plist_same.bin" << true;
+    QTest::newRow("removed, folder differing only in case")
+        << game << name << true << "Install/plist_same.bin" << false;
 }
 
-void TestProcessList::firstProcessImagePath()
+void TestProcessList::find()
 {
     QFETCH(QStringList, programs);
     QFETCH(QString, fileName);
-    QFETCH(QString, found);
-
-    QTemporaryDir dir;
-    {
-        Running running;
-        for (const QString &program : std::as_const(programs))
-            QVERIFY(running.start(makeProgram(dir.filePath(program))));
-        const std::optional<QString> image = Platform::firstProcessImagePath(fileName);
-        QCOMPARE(image, found.isEmpty() ? std::nullopt : std::optional<QString>(dir.filePath(found)));
-    }
-    QVERIFY(!Platform::firstProcessImagePath(fileName));
-}
-
-void TestProcessList::isSameExecutable_data()
-{
-    // The game runs from "install"; "link" points there, "Install" is a
-    // folder of its own with a copy of the game.
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<bool>("replaced");
-    QTest::addColumn<bool>("same");
-
-    QTest::newRow("same path") << "install/plist_same.bin" << false << true;
-    QTest::newRow("through a symlinked folder") << "link/plist_same.bin" << false << true;
-    QTest::newRow("doubled separator and dot steps") << "./install//./plist_same.bin" << false << true;
-    QTest::newRow("folder differing only in case") << "Install/plist_same.bin" << false << false;
-    QTest::newRow("another folder") << "elsewhere/plist_same.bin" << false << false;
-    QTest::newRow("removed, through a symlinked folder") << "link/plist_same.bin" << true << true;
-    QTest::newRow("removed, folder differing only in case") << "Install/plist_same.bin" << true << false;
-}
-
-void TestProcessList::isSameExecutable()
-{
+    QFETCH(bool, removed);
     QFETCH(QString, expected);
-    QFETCH(bool, replaced);
     QFETCH(bool, same);
 
     QTemporaryDir dir;
-    const QString program = makeProgram(dir.filePath(QStringLiteral("install/plist_same.bin")));
-    QVERIFY(!makeProgram(dir.filePath(QStringLiteral("Install/plist_same.bin"))).isEmpty());
-    QVERIFY(!makeProgram(dir.filePath(QStringLiteral("elsewhere/plist_same.bin"))).isEmpty());
+    QVERIFY(copySleep(dir.filePath(QStringLiteral("Install/plist_same.bin"))));
+    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("install")));
     QVERIFY(QFile::link(dir.filePath(QStringLiteral("install")), dir.filePath(QStringLiteral("link"))));
-
-    Running running;
-    QVERIFY(running.start(program));
-    // The kernel still names the image of a program deleted under it.
-    if (replaced)
-        QVERIFY(QFile::remove(program));
-
-    const std::optional<QString> image = Platform::firstProcessImagePath(QStringLiteral("plist_same.bin"));
-    QVERIFY(image);
-    QCOMPARE(Platform::isSameExecutable(*image, dir.path() + QLatin1Char('/') + expected), same);
+    // Started in the order given, so ids ascend on an idle test machine.
+    std::list<QProcess> running;
+    for (const QString &program : std::as_const(programs)) {
+        QVERIFY(copySleep(dir.filePath(program)));
+        running.emplace_back().start(dir.filePath(program), {QStringLiteral("30")});
+        QVERIFY(running.back().waitForStarted());
+    }
+    if (removed)
+        QVERIFY(QFile::remove(dir.filePath(programs.first())));
+    const std::optional<QString> image = Platform::firstProcessImagePath(fileName);
+    QCOMPARE(bool(image), !expected.isEmpty());
+    if (image)
+        QCOMPARE(Platform::isSameExecutable(*image, dir.path() + QLatin1Char('/') + expected), same);
+    for (QProcess &process : running) {
+        process.kill();
+        process.waitForFinished();
+    }
+    QVERIFY(!Platform::firstProcessImagePath(fileName));
 }
 
 QTEST_GUILESS_MAIN(TestProcessList)

@@ -19,31 +19,27 @@ private:
 
 void TestWindowLookup::session_data()
 {
-    // An invalid answer stands for "cannot tell".
     QTest::addColumn<bool>("hasDisplay");
-    QTest::addColumn<QByteArray>("waylandDisplay");
-    QTest::addColumn<QByteArray>("sessionType");
-    QTest::addColumn<QVariant>("answer");
+    QTest::addColumn<QByteArrayList>("wayland"); // WAYLAND_DISPLAY, XDG_SESSION_TYPE
+    QTest::addColumn<QVariant>("answer"); // invalid: "cannot tell"
 
-    QTest::newRow("X11 session without that window") << true << QByteArray() << QByteArray("x11") << QVariant(false);
-    QTest::newRow("WAYLAND_DISPLAY set") << true << QByteArray("wayland-0") << QByteArray() << QVariant();
-    QTest::newRow("Wayland session type") << true << QByteArray() << QByteArray("wayland") << QVariant();
-    QTest::newRow("no display") << false << QByteArray() << QByteArray() << QVariant();
+    QTest::newRow("X11 session without that window") << true << QByteArrayList {"", "x11"} << QVariant(false);
+    QTest::newRow("WAYLAND_DISPLAY set") << true << QByteArrayList {"wayland-0", ""} << QVariant();
+    QTest::newRow("Wayland session type") << true << QByteArrayList {"", "wayland"} << QVariant();
+    QTest::newRow("no display") << false << QByteArrayList {"", ""} << QVariant();
 }
 
 void TestWindowLookup::session()
 {
     QFETCH(bool, hasDisplay);
-    QFETCH(QByteArray, waylandDisplay);
-    QFETCH(QByteArray, sessionType);
+    QFETCH(QByteArrayList, wayland);
     QFETCH(QVariant, answer);
 
     if (hasDisplay && !m_display.isRunning())
         QSKIP("Xvfb could not be started");
     qputenv("DISPLAY", hasDisplay ? m_display.name().toLocal8Bit() : QByteArray());
-    qputenv("WAYLAND_DISPLAY", waylandDisplay);
-    qputenv("XDG_SESSION_TYPE", sessionType);
-
+    qputenv("WAYLAND_DISPLAY", wayland.at(0));
+    qputenv("XDG_SESSION_TYPE", wayland.at(1));
     const std::optional<bool> visible = Platform::isWindowVisible(QStringLiteral("tst_platform_windowlookup"));
     QCOMPARE(visible ? QVariant(*visible) : QVariant(), answer);
 }

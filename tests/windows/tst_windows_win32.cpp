@@ -1,7 +1,6 @@
 // The Win32 cores of src/platform and the launcher's resources, checked in a
-// real Windows program. It uses no Qt, since Debian has no Qt for Windows:
+// real Windows program without Qt (Debian has no Qt for Windows):
 // run-wine-tests.sh builds it with mingw-w64 and runs it under Wine.
-//
 // Started with "--child MODE ..." it plays the program that the cores start.
 
 #include "platform/elevation_wincore.h"
@@ -15,48 +14,31 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
 {
+    namespace Win = Platform::Win32;
     using Arguments = std::vector<std::wstring>;
 
-    int passed = 0;
     int failed = 0;
+    // Made anew for every run, so that no file of an earlier one is found.
+    std::wstring workDirectory;
+    bool windowMade = false;
 
-    std::string utf8(const std::wstring &text)
+    // A row of the tables below: what the case is called, its input, and the answer.
+    struct Row
     {
-        const int size
-            = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-        std::string bytes(static_cast<std::string::size_type>(size), '\0');
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes.data(), size, nullptr,
-                            nullptr);
-        return bytes;
-    }
+        const char *name;
+        std::wstring input;
+        bool expected;
+    };
 
-    void check(const char *group, const std::wstring &row, bool ok, const std::wstring &detail = {})
+    void check(const char *group, const char *row, bool ok)
     {
-        ok ? ++passed : ++failed;
-        std::printf("%s %s: %s%s%s\n", ok ? "PASS" : "FAIL", group, utf8(row).c_str(), ok ? "" : " -- ",
-                    ok ? "" : utf8(detail).c_str());
-    }
-
-    std::wstring joined(const Arguments &arguments)
-    {
-        std::wstring text;
-        for (const std::wstring &argument : arguments)
-            text += L"[" + argument + L"]";
-        return text;
-    }
-
-    // Split as Qt's QCoreApplication::arguments() splits it on Windows.
-    Arguments commandLineArguments()
-    {
-        int count = 0;
-        wchar_t **list = CommandLineToArgvW(GetCommandLineW(), &count);
-        Arguments arguments(list, list + count);
-        LocalFree(list);
-        return arguments;
+        failed += ok ? 0 : 1;
+        std::printf("%s %s: %s\n", ok ? "PASS" : "FAIL", group, row);
     }
 
     std::wstring selfPath()
@@ -66,185 +48,113 @@ namespace
         return path;
     }
 
-    void removeTree(const std::wstring &path)
+    bool writeFile(const std::wstring &path, const std::wstring &content)
     {
-        WIN32_FIND_DATAW entry;
-        const HANDLE find = FindFirstFileW((path + L"\\*").c_str(), &entry);
-        if (find != INVALID_HANDLE_VALUE) {
-            do {
-                const std::wstring name = entry.cFileName;
-                if (name == L"." || name == L"..")
-                    continue;
-                const std::wstring child = path + L"\\" + name;
-                SetFileAttributesW(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-                if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                    removeTree(child);
-                else
-                    DeleteFileW(child.c_str());
-            } while (FindNextFileW(find, &entry));
-            FindClose(find);
-        }
-        RemoveDirectoryW(path.c_str());
-    }
-
-    // Made anew for every run, so that no file of an earlier one is found.
-    std::wstring workDirectory;
-
-    bool writeFile(const std::wstring &path, const std::wstring &content, DWORD attributes = FILE_ATTRIBUTE_NORMAL)
-    {
-        const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, attributes, nullptr);
-        if (file == INVALID_HANDLE_VALUE)
-            return false;
-        DWORD written = 0;
-        const DWORD size = static_cast<DWORD>(content.size() * sizeof(wchar_t));
-        const bool ok = WriteFile(file, content.data(), size, &written, nullptr) && written == size;
-        CloseHandle(file);
-        return ok;
+        FILE *file = _wfopen(path.c_str(), L"wb");
+        const bool ok = file && std::fwrite(content.data(), sizeof(wchar_t), content.size(), file) == content.size();
+        return file && std::fclose(file) == 0 && ok;
     }
 
     std::wstring readFile(const std::wstring &path)
     {
-        const HANDLE file
-            = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-        if (file == INVALID_HANDLE_VALUE)
-            return L"<unreadable>";
-        std::wstring content(GetFileSize(file, nullptr) / sizeof(wchar_t), L'\0');
-        DWORD read = 0;
-        ReadFile(file, content.data(), static_cast<DWORD>(content.size() * sizeof(wchar_t)), &read, nullptr);
-        CloseHandle(file);
+        std::wstring content;
+        if (FILE *file = _wfopen(path.c_str(), L"rb")) {
+            for (wchar_t c; std::fread(&c, sizeof c, 1, file) == 1;)
+                content += c;
+            std::fclose(file);
+        }
         return content;
     }
 
     // A child started directly, for the cores that look at other processes.
     PROCESS_INFORMATION startChild(const std::wstring &program, const std::wstring &mode, HANDLE input = nullptr)
     {
-        std::wstring line = Platform::Win32::commandLine({program, L"--child", mode});
-        STARTUPINFOW startup;
-        ZeroMemory(&startup, sizeof(startup));
+        std::wstring line = Win::commandLine({program, L"--child", mode});
+        STARTUPINFOW startup {};
         startup.cb = sizeof(startup);
-        if (input) {
-            startup.dwFlags = STARTF_USESTDHANDLES;
-            startup.hStdInput = input;
-        }
-        PROCESS_INFORMATION process;
-        ZeroMemory(&process, sizeof(process));
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = input;
+        PROCESS_INFORMATION process {};
         CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, input != nullptr, 0, nullptr, nullptr, &startup,
                        &process);
         return process;
     }
 
-    void endChild(PROCESS_INFORMATION &process)
+    DWORD endChild(PROCESS_INFORMATION &process, bool wait = false)
     {
-        TerminateProcess(process.hProcess, 0);
+        if (!wait)
+            TerminateProcess(process.hProcess, 0);
         WaitForSingleObject(process.hProcess, INFINITE);
+        DWORD code = 99;
+        GetExitCodeProcess(process.hProcess, &code);
         CloseHandle(process.hThread);
         CloseHandle(process.hProcess);
+        return code;
     }
 
     int runChild(const Arguments &arguments)
     {
         const std::wstring &mode = arguments.at(2);
         if (mode == L"echo") {
-            // Everything after the output file, as this program received it.
+            // Everything after the output file, as this program received it,
+            // and an exit code that is no default.
             std::wstring content;
             for (std::size_t i = 4; i < arguments.size(); ++i)
                 content += arguments[i] + L'\n';
-            return writeFile(arguments.at(3), content) ? 0 : 1;
+            return writeFile(arguments.at(3), content) ? 42 : 1;
         }
-        if (mode == L"exit")
-            return std::stoi(arguments.at(3));
         if (mode == L"stdin")
-            return Platform::Win32::stdinClosedByCaller() ? 1 : 0;
+            return Win::stdinClosedByCaller() ? 1 : 0;
         Sleep(INFINITE);
         return 0;
     }
 
-    Arguments splitLines(const std::wstring &text)
+    void testElevation()
     {
-        Arguments lines;
-        std::wstring::size_type start = 0;
-        for (std::wstring::size_type end; (end = text.find(L'\n', start)) != std::wstring::npos; start = end + 1)
-            lines.push_back(text.substr(start, end - start));
-        return lines;
-    }
-
-    void testElevatedArguments()
-    {
-        struct Row
+        const struct
         {
-            const wchar_t *name;
+            const char *name;
             Arguments arguments;
+        } rows[] = {
+            {"drive root, trailing backslash", {L"--source", L"D:\\", L"--dest", L"C:\\Games\\Hollowmere\\", L"x"}},
+            {"blanks", {L"--dest", L"C:\\Program Files (x86)\\Brindlewood Works\\Hollowmere PTR"}},
+            {"quotes", {L"say \"hi\"", L"a\\\"b", L"\"", L"\\\\server\\share\\"}},
+            {"empty values", {L"--source", L"C:\\Games", L"--dest", L"", L"--ignore", L""}},
+            {"non-ASCII and percent", {L"C:\\Spiele\\\u03a9\u03bc\u03ad\u03b3\u03b1 \u4e16\u754c", L"%2", L"a\tb"}},
         };
-        const Row rows[] = {
-            {L"drive root", {L"--source", L"C:\\staging", L"--dest", L"D:\\", L"--ignore", L"config.otml"}},
-            {L"trailing backslash", {L"--dest", L"C:\\Games\\Hollowmere\\", L"--ignore", L"data.bin"}},
-            {L"blanks", {L"--dest", L"C:\\Program Files (x86)\\Brindlewood Works\\Hollowmere PTR"}},
-            {L"quotes", {L"say \"hi\"", L"a\\\"b", L"\"", L"\\\\server\\share\\"}},
-            {L"empty values", {L"--source", L"C:\\Games", L"--dest", L"", L"--ignore", L""}},
-            {L"non-ASCII and percent", {L"C:\\Spiele\\\u03a9\u03bc\u03ad\u03b3\u03b1 \u4e16\u754c", L"%2", L"a\tb"}},
-        };
-        int index = 0;
-        for (const Row &row : rows) {
-            const std::wstring output = workDirectory + L"\\echo" + std::to_wstring(++index) + L".txt";
+        const std::wstring output = workDirectory + L"\\echo.txt";
+        for (const auto &row : rows) {
             Arguments arguments {L"--child", L"echo", output};
-            arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-            const auto run = Platform::Win32::runElevated(selfPath(), arguments, 60000);
-            const Arguments received = splitLines(readFile(output));
-            check("elevated arguments", row.name,
-                  run.outcome == Platform::Win32::ElevatedResult::Finished && run.exitCode == 0
-                      && received == row.arguments,
-                  L"sent " + joined(row.arguments) + L", received " + joined(received));
-        }
-    }
-
-    void testElevatedOutcomes()
-    {
-        using Result = Platform::Win32::ElevatedResult;
-        for (const unsigned long code : {0UL, 1UL, 42UL}) {
-            const auto run
-                = Platform::Win32::runElevated(selfPath(), {L"--child", L"exit", std::to_wstring(code)}, 60000);
-            check("elevated outcome", L"exit code " + std::to_wstring(code),
-                  run.outcome == Result::Finished && run.exitCode == code,
-                  L"outcome " + std::to_wstring(run.outcome) + L", code " + std::to_wstring(run.exitCode));
+            std::wstring expected;
+            for (const std::wstring &argument : row.arguments) {
+                arguments.push_back(argument);
+                expected += argument + L'\n';
+            }
+            DeleteFileW(output.c_str());
+            const auto run = Win::runElevated(selfPath(), arguments, 60000);
+            check("elevated arguments and exit code", row.name,
+                  run.outcome == Win::ElevatedResult::Finished && run.exitCode == 42 && readFile(output) == expected);
         }
 
         const std::wstring sleeper = workDirectory + L"\\sleeper.exe";
         CopyFileW(selfPath().c_str(), sleeper.c_str(), FALSE);
-        const auto stopped = Platform::Win32::runElevated(sleeper, {L"--child", L"sleep"}, 200);
-        check("elevated outcome", L"time-out ends the program",
-              stopped.outcome == Result::TimedOut && !Platform::Win32::firstProcessImagePath(L"sleeper.exe"),
-              L"outcome " + std::to_wstring(stopped.outcome));
+        check("elevation", "time-out ends the program",
+              Win::runElevated(sleeper, {L"--child", L"sleep"}, 200).outcome == Win::ElevatedResult::TimedOut
+                  && !Win::firstProcessImagePath(L"sleeper.exe"));
 
-        // Run on a thread of its own: a modal box of the shell would block it,
-        // and is closed from here so that the test goes on and fails.
-        struct Call
-        {
-            std::wstring program;
-            Result result;
-        } call {workDirectory + L"\\missing.exe", {}};
-        const HANDLE thread = CreateThread(
-            nullptr, 0,
-            [](void *data) -> DWORD {
-                auto *c = static_cast<Call *>(data);
-                c->result = Platform::Win32::runElevated(c->program, {}, 60000);
-                return 0;
+        // A box of the shell would block the call: the hook records it and
+        // keeps it from being made, so that the test goes on and fails.
+        const HHOOK hook = SetWindowsHookExW(
+            WH_CBT,
+            [](int code, WPARAM wParam, LPARAM lParam) -> LRESULT {
+                windowMade = windowMade || code == HCBT_CREATEWND;
+                return code == HCBT_CREATEWND ? 1 : CallNextHookEx(nullptr, code, wParam, lParam);
             },
-            &call, 0, nullptr);
-        const DWORD threadId = GetThreadId(thread);
-        bool boxShown = false;
-        while (WaitForSingleObject(thread, 100) == WAIT_TIMEOUT) {
-            HWND box = nullptr;
-            while ((box = FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr) {
-                if (GetWindowThreadProcessId(box, nullptr) == threadId) {
-                    boxShown = true;
-                    PostMessageW(box, WM_CLOSE, 0, 0);
-                }
-            }
-        }
-        CloseHandle(thread);
-        check("elevated outcome", L"missing program is refused without a box",
-              call.result.outcome == Result::Refused && !boxShown,
-              boxShown ? L"a modal box was shown" : L"outcome " + std::to_wstring(call.result.outcome));
+            nullptr, GetCurrentThreadId());
+        const auto missing = Win::runElevated(workDirectory + L"\\missing.exe", {}, 60000);
+        UnhookWindowsHookEx(hook);
+        check("elevation", "missing program is refused without a box",
+              missing.outcome == Win::ElevatedResult::Refused && !windowMade);
     }
 
     void testProcesses()
@@ -254,177 +164,93 @@ namespace
         CreateDirectoryW(directory.c_str(), nullptr);
         CopyFileW(selfPath().c_str(), game.c_str(), FALSE);
         PROCESS_INFORMATION child = startChild(game, L"sleep");
-
-        struct Row
-        {
-            const wchar_t *name;
-            const wchar_t *fileName;
-            bool found;
-        };
-        const Row rows[] = {
-            {L"running, exact name", L"game.exe", true},
-            {L"name differs in case", L"GAME.exe", false},
-            {L"no such process", L"absent.exe", false},
-        };
-        for (const Row &row : rows) {
-            const auto image = Platform::Win32::firstProcessImagePath(row.fileName);
-            const bool ok = row.found ? image && Platform::Win32::isSameExecutable(*image, game) : !image;
-            check("processes", row.name, ok, L"image " + image.value_or(L"<none>"));
-        }
+        const auto image = Win::firstProcessImagePath(L"game.exe");
+        check("processes", "running, exact name", image && Win::isSameExecutable(*image, game));
+        check("processes", "name differs in case", !Win::firstProcessImagePath(L"GAME.exe"));
         endChild(child);
 
-        struct PathRow
-        {
-            const wchar_t *name;
-            const wchar_t *expected;
-            bool same;
+        const Row rows[] = {
+            {"other letter case", L"c:\\GAMES\\hollowmere\\GAME.EXE", true},
+            {"slashes and dot steps", L"C:/Games/./Hollowmere/../Hollowmere/game.exe", true},
+            {"other directory", L"C:\\Games\\Ashfallow\\game.exe", false},
+            {"longer name", L"C:\\Games\\Hollowmere\\game.exe.old", false},
         };
-        const PathRow paths[] = {
-            {L"same path", L"C:\\Games\\Hollowmere\\game.exe", true},
-            {L"other letter case", L"c:\\GAMES\\hollowmere\\GAME.EXE", true},
-            {L"slashes and dot steps", L"C:/Games/./Hollowmere/../Hollowmere/game.exe", true},
-            {L"other directory", L"C:\\Games\\Ashfallow\\game.exe", false},
-            {L"longer name", L"C:\\Games\\Hollowmere\\game.exe.old", false},
-        };
-        for (const PathRow &row : paths)
+        for (const auto &row : rows)
             check("same executable", row.name,
-                  Platform::Win32::isSameExecutable(L"C:\\Games\\Hollowmere\\game.exe", row.expected) == row.same);
+                  Win::isSameExecutable(L"C:\\Games\\Hollowmere\\game.exe", row.input) == row.expected);
     }
 
     void testWindows()
     {
-        WNDCLASSW windowClass;
-        ZeroMemory(&windowClass, sizeof(windowClass));
-        windowClass.lpfnWndProc = DefWindowProcW;
-        windowClass.hInstance = GetModuleHandleW(nullptr);
-        windowClass.lpszClassName = L"LauncherWin32Test";
+        const WNDCLASSW windowClass {0,       DefWindowProcW, 0,       0,       GetModuleHandleW(nullptr),
+                                     nullptr, nullptr,        nullptr, nullptr, L"LauncherWin32Test"};
         RegisterClassW(&windowClass);
-        const auto create = [](const wchar_t *title) {
-            return CreateWindowExW(0, L"LauncherWin32Test", title, WS_OVERLAPPEDWINDOW, 0, 0, 200, 100, nullptr,
-                                   nullptr, GetModuleHandleW(nullptr), nullptr);
+        const auto create = [](const std::wstring &title, bool show) {
+            const HWND window = CreateWindowExW(0, L"LauncherWin32Test", title.c_str(), WS_OVERLAPPEDWINDOW, 0, 0, 200,
+                                                100, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+            if (show)
+                ShowWindow(window, SW_SHOWNOACTIVATE);
+            return window;
         };
         const std::wstring title = L"Hollowmere \u2014 \u03a9\u03bc\u03ad\u03b3\u03b1 \u4e16\u754c";
-        const std::wstring shownTitle = L"Ashfallow \u00e9t\u00e9";
-
-        const HWND hidden = create(title.c_str());
-        const HWND shown = create(shownTitle.c_str());
-        ShowWindow(shown, SW_SHOWNOACTIVATE);
-
-        struct Row
-        {
-            const wchar_t *name;
-            std::wstring title;
-            bool visible;
-        };
+        const HWND windows[] = {create(L"Ashfallow \u00e9t\u00e9", false), create(title, true),
+                                // Same title, hidden, and above the shown one in the z-order.
+                                create(title, false)};
         const Row rows[] = {
-            {L"hidden window", title, false},
-            {L"shown window, non-ASCII title", shownTitle, true},
-            {L"title in other letter case", L"ASHFALLOW \u00c9T\u00c9", false},
-            {L"start of the title only", L"Ashfallow", false},
-            {L"no such window", L"Brindlewood", false},
+            {"hidden window", L"Ashfallow \u00e9t\u00e9", false},
+            {"shown window, hidden twin above it, non-ASCII title", title, true},
+            {"title in other letter case", L"HOLLOWMERE \u2014 \u03a9\u03bc\u03ad\u03b3\u03b1 \u4e16\u754c", false},
+            {"start of the title only", L"Hollowmere", false},
         };
-        for (const Row &row : rows)
-            check("window lookup", row.name, Platform::Win32::isWindowVisible(row.title) == row.visible);
-
-        // Same title, hidden, and above the shown one in the z-order.
-        const HWND hiddenTwin = create(shownTitle.c_str());
-        check("window lookup", L"hidden window above a shown one", Platform::Win32::isWindowVisible(shownTitle));
-        ShowWindow(hidden, SW_SHOWNOACTIVATE);
-        check("window lookup", L"hidden window once shown", Platform::Win32::isWindowVisible(title));
-        DestroyWindow(hiddenTwin);
-        DestroyWindow(shown);
-        DestroyWindow(hidden);
+        for (const auto &row : rows)
+            check("window lookup", row.name, Win::isWindowVisible(row.input) == row.expected);
+        for (const HWND window : windows)
+            DestroyWindow(window);
     }
 
     void testFiles()
     {
         // Qt's directory walk on Windows skips an entry by its attribute
         // alone, which is why hiddenfiles_win.cpp adds no filter.
-        struct Row
-        {
-            const wchar_t *name;
-            DWORD attributes;
-            bool hidden;
-        };
-        const Row rows[] = {
-            {L".initcomplete", FILE_ATTRIBUTE_NORMAL, false},
-            {L"marked.txt", FILE_ATTRIBUTE_HIDDEN, true},
-        };
-        for (const Row &row : rows) {
-            const std::wstring path = workDirectory + L"\\" + row.name;
-            writeFile(path, L"", row.attributes);
-            const DWORD attributes = GetFileAttributesW(path.c_str());
-            check("hidden files", row.name,
-                  attributes != INVALID_FILE_ATTRIBUTES && ((attributes & FILE_ATTRIBUTE_HIDDEN) != 0) == row.hidden);
-            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-        }
+        const std::wstring dotFile = workDirectory + L"\\.initcomplete";
+        const std::wstring marked = workDirectory + L"\\marked.txt";
+        const auto hidden
+            = [](const std::wstring &path) { return (GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_HIDDEN) != 0; };
+        check("hidden files", "a dot-file is not hidden, a marked file is",
+              writeFile(dotFile, L"") && !hidden(dotFile) && writeFile(marked, L"")
+                  && SetFileAttributesW(marked.c_str(), FILE_ATTRIBUTE_HIDDEN) && hidden(marked));
 
-        using Platform::Win32::RenameOutcome;
         const std::wstring from = workDirectory + L"\\new.part";
         const std::wstring to = workDirectory + L"\\file.bin";
-        writeFile(from, L"new");
-        writeFile(to, L"old");
-        check("file move", L"rename replaces the target",
-              Platform::Win32::renameReplacing(from, to) == RenameOutcome::Renamed && readFile(to) == L"new"
+        check("file move", "rename replaces the target",
+              writeFile(from, L"new") && writeFile(to, L"old")
+                  && Win::renameReplacing(from, to) == Win::RenameOutcome::Renamed && readFile(to) == L"new"
                   && GetFileAttributesW(from.c_str()) == INVALID_FILE_ATTRIBUTES);
-        check("file move", L"rename of a missing file fails",
-              Platform::Win32::renameReplacing(from, to) == RenameOutcome::Failed && readFile(to) == L"new");
-        check("file move", L"sync of a file, and of a missing one",
-              Platform::Win32::syncFile(to) && !Platform::Win32::syncFile(from));
+        check("file move", "rename of a missing file fails",
+              Win::renameReplacing(from, to) == Win::RenameOutcome::Failed && readFile(to) == L"new");
+        check("file move", "sync of a file, and of a missing one", Win::syncFile(to) && !Win::syncFile(from));
 
-        struct InputRow
-        {
-            const wchar_t *name;
-            bool pipe;
-            bool closeWriter;
-            DWORD closed;
+        // The input: a pipe whose writer is "closed", one still "open", or none.
+        const Row rows[] = {
+            {"stdin pipe closed by the caller", L"closed", true},
+            {"stdin pipe still open", L"open", false},
+            {"no stdin pipe", L"", false},
         };
-        const InputRow inputs[] = {
-            {L"stdin pipe closed by the caller", true, true, 1},
-            {L"stdin pipe still open", true, false, 0},
-            {L"no stdin pipe", false, false, 0},
-        };
-        for (const InputRow &row : inputs) {
+        for (const auto &row : rows) {
             SECURITY_ATTRIBUTES inherit {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
             HANDLE reader = nullptr;
             HANDLE writer = nullptr;
-            if (row.pipe) {
-                CreatePipe(&reader, &writer, &inherit, 0);
-                SetHandleInformation(writer, HANDLE_FLAG_INHERIT, 0);
-            } else {
+            if (row.input.empty())
                 reader = CreateFileW(L"NUL", GENERIC_READ, 0, &inherit, OPEN_EXISTING, 0, nullptr);
-            }
-            if (row.closeWriter)
-                CloseHandle(writer);
+            else if (CreatePipe(&reader, &writer, &inherit, 0) && row.expected)
+                CloseHandle(std::exchange(writer, nullptr));
+            else
+                SetHandleInformation(writer, HANDLE_FLAG_INHERIT, 0);
             PROCESS_INFORMATION child = startChild(selfPath(), L"stdin", reader);
-            WaitForSingleObject(child.hProcess, INFINITE);
-            DWORD code = 99;
-            GetExitCodeProcess(child.hProcess, &code);
-            check("file move", row.name, code == row.closed, L"child said " + std::to_wstring(code));
-            endChild(child);
+            check("file move", row.name, endChild(child, true) == (row.expected ? 1U : 0U));
             CloseHandle(reader);
-            if (row.pipe && !row.closeWriter)
-                CloseHandle(writer);
+            CloseHandle(writer);
         }
-    }
-
-    std::wstring versionString(const std::vector<char> &block, const wchar_t *key)
-    {
-        void *value = nullptr;
-        UINT length = 0;
-        const std::wstring path = std::wstring(L"\\StringFileInfo\\040904b0\\") + key;
-        if (!VerQueryValueW(block.data(), path.c_str(), &value, &length) || length == 0)
-            return L"<missing>";
-        return std::wstring(static_cast<const wchar_t *>(value), length - 1);
-    }
-
-    std::string manifestText()
-    {
-        const HRSRC resource = FindResourceW(nullptr, MAKEINTRESOURCEW(1), RT_MANIFEST);
-        if (!resource)
-            return {};
-        const auto *data = static_cast<const char *>(LockResource(LoadResource(nullptr, resource)));
-        return std::string(data, SizeofResource(nullptr, resource));
     }
 
     void testResources()
@@ -433,39 +259,43 @@ namespace
         std::vector<char> block(GetFileVersionInfoSizeW(self.c_str(), nullptr));
         GetFileVersionInfoW(self.c_str(), 0, static_cast<DWORD>(block.size()), block.data());
         // Read through the language block that Explorer reads.
-        const wchar_t *const strings[][2] = {{L"CompanyName", L"Brindlewood Works"}, {L"FileVersion", L"1.0.0.0"}};
-        for (const auto &row : strings) {
-            const std::wstring value = versionString(block, row[0]);
-            check("version record", row[0], value == row[1], L"got " + value);
-        }
-        VS_FIXEDFILEINFO *fixed = nullptr;
+        void *value = nullptr;
         UINT length = 0;
-        check("version record", L"binary file version",
-              VerQueryValueW(block.data(), L"\\", reinterpret_cast<void **>(&fixed), &length)
-                  && fixed->dwFileVersionMS == 0x00010000 && fixed->dwFileVersionLS == 0);
-        check("version record", L"icon", FindResourceW(nullptr, L"IDI_ICON1", RT_GROUP_ICON) != nullptr);
+        check("version record", "file version text",
+              VerQueryValueW(block.data(), L"\\StringFileInfo\\040904b0\\FileVersion", &value, &length)
+                  && std::wstring(static_cast<const wchar_t *>(value)) == L"1.0.0.0");
+        check("version record", "binary file version",
+              VerQueryValueW(block.data(), L"\\", &value, &length)
+                  && static_cast<VS_FIXEDFILEINFO *>(value)->dwFileVersionMS == 0x00010000
+                  && static_cast<VS_FIXEDFILEINFO *>(value)->dwFileVersionLS == 0);
+        check("version record", "icon", FindResourceW(nullptr, L"IDI_ICON1", RT_GROUP_ICON) != nullptr);
 
         int manifests = 0;
         EnumResourceNamesW(
             nullptr, RT_MANIFEST,
-            [](HMODULE, LPCWSTR, LPWSTR, LONG_PTR count) -> BOOL {
-                ++*reinterpret_cast<int *>(count);
-                return TRUE;
-            },
+            [](HMODULE, LPCWSTR, LPWSTR, LONG_PTR count) -> BOOL { return ++*reinterpret_cast<int *>(count) > 0; },
             reinterpret_cast<LONG_PTR>(&manifests));
-        check("manifest", L"embedded once", manifests == 1, L"found " + std::to_wstring(manifests));
-        const std::string manifest = manifestText();
-        check("manifest", L"runs as the invoking user", manifest.find("level=\"asInvoker\"") != std::string::npos);
+        const HRSRC resource = FindResourceW(nullptr, MAKEINTRESOURCEW(1), RT_MANIFEST);
+        const std::string manifest = resource
+            ? std::string(static_cast<const char *>(LockResource(LoadResource(nullptr, resource))),
+                          SizeofResource(nullptr, resource))
+            : std::string();
+        check("manifest", "embedded once", manifests == 1);
+        check("manifest", "runs as the invoking user", manifest.find("level=\"asInvoker\"") != std::string::npos);
         // System-wide awareness ("true") leaves the window blurred on every
         // screen but the main one.
-        check("manifest", L"declares per-monitor v2 awareness",
+        check("manifest", "declares per-monitor v2 awareness",
               manifest.find(">PerMonitorV2<") != std::string::npos && manifest.find(">true<") == std::string::npos);
     }
 }
 
 int main()
 {
-    const Arguments arguments = commandLineArguments();
+    // Split as Qt's QCoreApplication::arguments() splits it on Windows.
+    int count = 0;
+    wchar_t **list = CommandLineToArgvW(GetCommandLineW(), &count);
+    const Arguments arguments(list, list + count);
+    LocalFree(list);
     if (arguments.size() > 2 && arguments[1] == L"--child")
         return runChild(arguments);
 
@@ -473,16 +303,18 @@ int main()
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     wchar_t temp[MAX_PATH];
     GetTempPathW(MAX_PATH, temp);
-    workDirectory = std::wstring(temp) + L"launcher-win32";
-    removeTree(workDirectory);
+    workDirectory = temp + std::wstring(L"launcher-win32");
+    // SHFileOperationW wants a list ended by two NULs.
+    const std::wstring work = workDirectory + L'\0';
+    SHFILEOPSTRUCTW removal {nullptr, FO_DELETE, work.c_str(), nullptr, FOF_NO_UI, FALSE, nullptr, nullptr};
+    SHFileOperationW(&removal);
     CreateDirectoryW(workDirectory.c_str(), nullptr);
     testResources();
-    testElevatedArguments();
-    testElevatedOutcomes();
+    testElevation();
     testProcesses();
     testWindows();
     testFiles();
-    removeTree(workDirectory);
-    std::printf("%d passed, %d failed\n", passed, failed);
+    SHFileOperationW(&removal);
+    std::printf("%d failed\n", failed);
     return failed == 0 ? 0 : 1;
 }
