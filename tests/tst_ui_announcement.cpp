@@ -1,11 +1,8 @@
 #include <QBuffer>
 #include <QDesktopServices>
-#include <QEnterEvent>
 #include <QFile>
-#include <QGraphicsEffect>
 #include <QImage>
 #include <QJsonObject>
-#include <QLabel>
 #include <QNetworkReply>
 #include <QtTest>
 
@@ -24,8 +21,6 @@ public slots:
 
 private slots:
     void initTestCase();
-    void cleanupTestCase();
-    void feed_data();
     void feed();
     void card_data();
     void card();
@@ -38,20 +33,16 @@ private:
 
 namespace
 {
-    const QUrl Page(QStringLiteral("https://www.hollowmere.example/news/1"));
-
     QByteArray png(const QColor &colour)
     {
         // Wider than the card, so that the expanded copy is cut, not padded.
         QImage picture(400, 150, QImage::Format_RGB32);
         picture.fill(colour);
-        QByteArray data;
-        QBuffer buffer(&data);
+        QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
         picture.save(&buffer, "PNG");
-        return data;
+        return buffer.data();
     }
-
 }
 
 void TestUiAnnouncement::initTestCase()
@@ -63,67 +54,44 @@ void TestUiAnnouncement::initTestCase()
     m_server.setContent(QStringLiteral("/news/garbage.png"), "this is no picture");
 }
 
-void TestUiAnnouncement::cleanupTestCase()
-{
-    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
-}
-
-void TestUiAnnouncement::feed_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QStringList>("titles");
-
-    QTest::newRow("three elements") << QByteArray(R"([{"title":"A"},{"title":"B"},{"title":"C"}])")
-                                    << QStringList {"A", "B"};
-    QTest::newRow("one element") << QByteArray(R"([{"title":"A"}])") << QStringList {"A"};
-    QTest::newRow("empty array") << QByteArray("[]") << QStringList();
-    QTest::newRow("empty body") << QByteArray() << QStringList();
-    QTest::newRow("object") << QByteArray(R"({"title":"A"})") << QStringList();
-    QTest::newRow("not an object") << QByteArray(R"([7,{"title":"B"}])") << QStringList {"", "B"};
-}
-
 void TestUiAnnouncement::feed()
 {
-    QFETCH(QByteArray, body);
-    QFETCH(QStringList, titles);
-
-    QStringList shown;
-    const QList<QJsonObject> elements = NewsFeed::cardElements(body);
-    for (const QJsonObject &element : elements)
-        shown << element.value(QLatin1String("title")).toString();
-    QCOMPARE(shown, titles);
+    const auto titles = [](const QByteArray &body) {
+        QStringList shown;
+        for (const QJsonObject &element : NewsFeed::cardElements(body))
+            shown << element.value(QLatin1String("title")).toString();
+        return shown;
+    };
+    QCOMPARE(titles(R"([{"title":"A"},{"title":"B"},{"title":"C"}])"), QStringList({"A", "B"}));
+    QCOMPARE(titles(QByteArray()), QStringList());
+    QCOMPARE(titles(R"({"title":"A"})"), QStringList());
+    // An element that is not an object still makes a card, with no texts.
+    QCOMPARE(titles(R"([7,{"title":"B"}])"), QStringList({"", "B"}));
 }
 
 void TestUiAnnouncement::card_data()
 {
     QTest::addColumn<QString>("image");
-    QTest::addColumn<bool>("pictured");
     QTest::addColumn<bool>("visible");
-    // Shown where neither the pill nor the texts are; without a picture,
-    // the dark fill.
+    // Shown where neither the pill nor the texts are; invalid: no picture.
     QTest::addColumn<QColor>("colour");
 
-    QTest::newRow("picture") << "/news/red.png" << true << true << QColor(Qt::red);
-    QTest::newRow("redirected picture") << "/news/moved.png" << true << true << QColor(Qt::blue);
-    QTest::newRow("missing picture") << "/news/missing.png" << false << true << QColor(Qt::black);
-    QTest::newRow("undecodable picture") << "/news/garbage.png" << false << false << QColor(Qt::black);
-    QTest::newRow("no picture named") << QString() << false << true << QColor(Qt::black);
+    QTest::newRow("picture") << "/news/red.png" << true << QColor(Qt::red);
+    QTest::newRow("redirected picture") << "/news/moved.png" << true << QColor(Qt::blue);
+    QTest::newRow("missing picture") << "/news/missing.png" << true << QColor();
+    QTest::newRow("undecodable picture") << "/news/garbage.png" << false << QColor();
+    QTest::newRow("no picture named") << QString() << true << QColor();
 }
 
 void TestUiAnnouncement::card()
 {
     QFETCH(QString, image);
-    QFETCH(bool, pictured);
     QFETCH(bool, visible);
     QFETCH(QColor, colour);
 
     const QUrl imageUrl = image.isEmpty() ? QUrl() : QUrl(m_server.baseUrl().toString() + image);
-    const QJsonObject element {{"date", "12 May 2025"},
-                               {"title", "Spring Festival"},
-                               {"subtitle", "Lanterns over the harbour"},
-                               {"image", imageUrl.toString()},
-                               {"url", Page.toString()}};
-    m_server.resetStatistics();
+    const QUrl page(QStringLiteral("https://www.hollowmere.example/news/1"));
+    const QJsonObject element {{"title", "Spring Festival"}, {"image", imageUrl.toString()}, {"url", page.toString()}};
     m_opened.clear();
 
     // Cards are children of the window, as the launcher's are.
@@ -131,43 +99,23 @@ void TestUiAnnouncement::card()
     window.show();
     AnnouncementWidget card(&window);
     card.setAnnouncement(element);
-    QVERIFY(QTest::qWaitFor([&card] { return card.findChildren<QNetworkReply *>().isEmpty(); }, 10000));
+    QTRY_VERIFY_WITH_TIMEOUT(card.findChildren<QNetworkReply *>().isEmpty(), 10000);
 
-    QStringList texts;
-    for (const char *name : {"announcementDateLabel", "announcementTitleLabel", "announcementSubtitleLabel"})
-        texts << card.findChild<QLabel *>(QLatin1String(name))->text();
-    QCOMPARE(texts, (QStringList {"12 May 2025", "Spring Festival", "Lanterns over the harbour"}));
-    // The date's pill hugs its text.
-    const auto *date = card.findChild<QLabel *>(QStringLiteral("announcementDateLabel"));
-    QCOMPARE(date->width(), date->fontMetrics().horizontalAdvance(date->text()) + 26);
-    QCOMPARE(!card.picture().isNull(), pictured);
     QCOMPARE(card.isVisible(), visible);
-    const QColor shown = card.grab().toImage().pixelColor(300, 30);
-    if (pictured)
-        QCOMPARE(shown, colour);
-    else
-        QVERIFY2(qMax(qMax(shown.red(), shown.green()), shown.blue()) < 64, qPrintable(shown.name()));
-
-    QCOMPARE(QFile::exists(AnnouncementWidget::imageCachePath(imageUrl)), pictured);
-    if (pictured) {
-        const int requests = m_server.requests().size();
+    QCOMPARE(!card.picture().isNull(), colour.isValid());
+    QCOMPARE(QFile::exists(AnnouncementWidget::imageCachePath(imageUrl)), colour.isValid());
+    if (colour.isValid()) {
+        QCOMPARE(card.grab().toImage().pixelColor(300, 30), colour);
         // A second card takes the picture from the cache, at once.
+        const int requests = m_server.requests().size();
         AnnouncementWidget second(&window);
         second.setAnnouncement(element);
         QVERIFY(!second.picture().isNull() && second.findChildren<QNetworkReply *>().isEmpty());
         QCOMPARE(m_server.requests().size(), requests);
     }
-
     if (visible) {
-        QEnterEvent enter(QPointF(5, 5), QPointF(5, 5), QPointF(5, 5));
-        QCoreApplication::sendEvent(&card, &enter);
-        QVERIFY(card.graphicsEffect()->isEnabled());
-        QEvent leave(QEvent::Leave);
-        QCoreApplication::sendEvent(&card, &leave);
-        QVERIFY(!card.graphicsEffect()->isEnabled());
-
         QTest::mouseClick(&card, Qt::LeftButton);
-        QCOMPARE(m_opened, QList<QUrl> {Page});
+        QCOMPARE(m_opened, QList<QUrl> {page});
     }
 }
 

@@ -2,13 +2,10 @@
 #include <QThread>
 #include <QtTest>
 
-#include <atomic>
-
 #include "ui/backgroundcomposer.h"
 #include "ui/backgroundvideo.h"
 
-// The window's background: the decoder that plays the video in a loop, and
-// the composer that shades, blurs and rounds each frame.
+// The video looping on its own thread, and the shading, blur and corners.
 class TestBackground : public QObject
 {
     Q_OBJECT
@@ -19,24 +16,12 @@ private slots:
     void composition_data();
     void composition();
     void blurSmoothsAndFades();
-    void firstFrameIsTheStillAndNoBacklog();
-    void playsOnPastTheEnd();
-    void stopHoldsThePicture();
-    void unreadableVideoFails();
+    void playback();
 };
 
 namespace
 {
     const QSize WindowSize(1360, 768);
-    const QString Video = QStringLiteral(":/resources/background.mp4");
-    const QString Still = QStringLiteral(":/resources/background_still.jpg");
-
-    QImage plain(QSize size, QColor colour)
-    {
-        QImage image(size, QImage::Format_ARGB32_Premultiplied);
-        image.fill(colour);
-        return image;
-    }
 
     // Mean absolute difference per channel.
     double difference(const QImage &a, const QImage &b)
@@ -50,17 +35,6 @@ namespace
             }
         }
         return double(sum) / (3.0 * a.width() * a.height());
-    }
-
-    // How much neighbouring pixels differ along the rows.
-    double roughness(const QImage &image)
-    {
-        qint64 sum = 0;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 1; x < image.width(); ++x)
-                sum += qAbs(qGray(image.pixel(x, y)) - qGray(image.pixel(x - 1, y)));
-        }
-        return double(sum) / (image.width() * image.height());
     }
 }
 
@@ -81,8 +55,9 @@ void TestBackground::sourceCrop()
     QFETCH(QSize, source);
     QFETCH(QRect, crop);
     QCOMPARE(BackgroundVideo::sourceCrop(source, WindowSize), crop);
-    if (!source.isEmpty())
-        QCOMPARE(BackgroundVideo::fitToFrame(plain(source, Qt::gray), WindowSize).size(), WindowSize);
+    QImage picture(source, QImage::Format_RGB32);
+    picture.fill(Qt::gray);
+    QCOMPARE(BackgroundVideo::fitToFrame(picture, WindowSize).size() == WindowSize, !source.isEmpty());
 }
 
 void TestBackground::composition_data()
@@ -107,9 +82,9 @@ void TestBackground::composition()
     QFETCH(int, minimumGrey);
     QFETCH(int, maximumGrey);
 
-    const BackgroundComposer composer(WindowSize, QRect(0, 678, 1360, 90));
-    QImage frame = plain(WindowSize, QColor(200, 200, 200));
-    composer.compose(frame);
+    QImage frame(WindowSize, QImage::Format_ARGB32_Premultiplied);
+    frame.fill(QColor(200, 200, 200));
+    BackgroundComposer(WindowSize, QRect(0, 678, 1360, 90)).compose(frame);
     const QRgb pixel = frame.pixel(spot);
     QCOMPARE(qAlpha(pixel), alpha);
     QVERIFY2(qGray(pixel) >= minimumGrey && qGray(pixel) <= maximumGrey, qPrintable(QString::number(qGray(pixel))));
@@ -123,84 +98,45 @@ void TestBackground::blurSmoothsAndFades()
             stripes.setPixel(x, y, (x / 2) % 2 ? qRgb(255, 255, 255) : qRgb(0, 0, 0));
     }
     const QImage blurred = BackgroundComposer::blurred(stripes, BackgroundComposer::BlurRadius);
-    QCOMPARE(blurred.size(), stripes.size());
-    QVERIFY(roughness(blurred) < roughness(stripes) / 10);
-    // Grey in the middle, fading into transparency at the edges.
-    QVERIFY(qAbs(qGray(blurred.pixel(200, 45)) - 128) < 40 && qAlpha(blurred.pixel(200, 45)) > 250);
+    // Even grey in the middle, fading into transparency at the edges.
+    for (int x = 190; x < 210; ++x)
+        QVERIFY(qAbs(qGray(blurred.pixel(x, 45)) - 128) < 40 && qAlpha(blurred.pixel(x, 45)) > 250);
     QVERIFY(qAlpha(blurred.pixel(200, 0)) < 240);
 }
 
-void TestBackground::firstFrameIsTheStillAndNoBacklog()
+void TestBackground::playback()
 {
-    // The still picture stands in for the video until the first frame comes;
-    // the change must not show.
-    BackgroundVideo video(Video, WindowSize);
+    BackgroundVideo video(QStringLiteral(":/resources/background.mp4"), WindowSize);
+    // Runs on the decoding thread.
+    video.setFrameFinisher([](QImage &frame) { frame.setPixel(0, 0, qRgb(1, 2, 3)); });
     QSignalSpy frames(&video, &BackgroundVideo::frameReady);
+    QSignalSpy failed(&video, &BackgroundVideo::failed);
+    const auto frameAt = [&frames](int index) { return frames.at(index).first().value<QImage>(); };
     video.start();
     QVERIFY(frames.wait(10000));
-    const QImage first = frames.first().first().value<QImage>();
-    QCOMPARE(first.size(), WindowSize);
-    QCOMPARE(first.format(), QImage::Format_ARGB32_Premultiplied);
-    const double change = difference(first, BackgroundVideo::fitToFrame(QImage(Still), WindowSize));
-    QVERIFY2(change < 3.0, qPrintable(QString::number(change)));
+    // The still stands in until the first frame comes; the change must not show.
+    const QImage still
+        = BackgroundVideo::fitToFrame(QImage(QStringLiteral(":/resources/background_still.jpg")), WindowSize);
+    QCOMPARE(frameAt(0).format(), QImage::Format_ARGB32_Premultiplied);
+    QVERIFY(difference(frameAt(0), still) < 3.0);
 
-    // A GUI thread that does not come back to its event loop for a while
-    // finds one frame waiting, not a queue of them.
+    // A receiver kept busy for a while finds one frame waiting, not a queue.
     frames.clear();
     QThread::msleep(700);
     QCoreApplication::processEvents();
     QCOMPARE(frames.count(), 1);
-}
-
-void TestBackground::playsOnPastTheEnd()
-{
-    BackgroundVideo video(Video, WindowSize);
-    std::atomic_int composed {0};
-    // Runs on the decoding thread.
-    video.setFrameFinisher([&composed](QImage &frame) {
-        ++composed;
-        frame.setPixel(0, 0, qRgb(1, 2, 3));
-    });
-    QSignalSpy frames(&video, &BackgroundVideo::frameReady);
-    QSignalSpy failed(&video, &BackgroundVideo::failed);
-    video.start();
-    QVERIFY(video.isPlaying());
 
     // The video has 181 frames: more than that means it started over.
-    QTRY_VERIFY_WITH_TIMEOUT(frames.count() > 200, 30000);
-    QVERIFY(failed.isEmpty());
-    QVERIFY(composed >= frames.count());
-    QCOMPARE(frames.last().first().value<QImage>().pixel(0, 0), qRgb(1, 2, 3));
-    // And it moves.
-    QVERIFY(difference(frames.at(10).first().value<QImage>(), frames.at(40).first().value<QImage>()) > 0.1);
-}
+    QTRY_VERIFY_WITH_TIMEOUT(frames.count() > 190, 30000);
+    QVERIFY(failed.isEmpty() && difference(frameAt(10), frameAt(40)) > 0.1);
+    QCOMPARE(frameAt(frames.count() - 1).pixel(0, 0), qRgb(1, 2, 3));
 
-void TestBackground::stopHoldsThePicture()
-{
-    BackgroundVideo video(Video, WindowSize);
-    QSignalSpy frames(&video, &BackgroundVideo::frameReady);
-    video.start();
-    QTRY_VERIFY_WITH_TIMEOUT(frames.count() >= 3, 10000);
-    video.stop();
-    QVERIFY(!video.isPlaying());
-    // One frame may have been on its way.
-    QTest::qWait(300);
-    const int stoppedAt = frames.count();
-    QTest::qWait(300);
-    QCOMPARE(frames.count(), stoppedAt);
-
-    video.start();
-    QTRY_VERIFY_WITH_TIMEOUT(frames.count() > stoppedAt, 10000);
-}
-
-void TestBackground::unreadableVideoFails()
-{
-    BackgroundVideo video(QStringLiteral(":/resources/no-such-video.mp4"), WindowSize);
-    QSignalSpy failed(&video, &BackgroundVideo::failed);
-    QSignalSpy frames(&video, &BackgroundVideo::frameReady);
-    video.start();
-    QVERIFY(failed.wait(10000));
-    QVERIFY(frames.isEmpty() && !video.isPlaying());
+    BackgroundVideo unreadable(QStringLiteral(":/resources/no-such-video.mp4"), WindowSize);
+    QSignalSpy unreadableFailed(&unreadable, &BackgroundVideo::failed);
+    QSignalSpy unreadableFrames(&unreadable, &BackgroundVideo::frameReady);
+    unreadable.start();
+    QVERIFY(unreadableFailed.wait(10000));
+    QVERIFY(unreadableFrames.isEmpty() && !unreadable.isPlaying());
 }
 
 QTEST_MAIN(TestBackground)
