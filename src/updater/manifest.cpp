@@ -2,6 +2,7 @@
 
 #include <QJsonDocument>
 #include <QJsonParseError>
+#include <QSet>
 
 #include <limits>
 
@@ -12,23 +13,7 @@ namespace
     // The block's first four bytes: the length qCompress recorded.
     const qsizetype HeaderSize = 4;
     const qsizetype InflateStep = 256 * 1024;
-
-    // A whole number of bytes, or -1. JSON numbers arrive as doubles; only
-    // those that are integral and within range count.
-    qint64 wholeSize(const QJsonValue &value)
-    {
-        if (value.isString()) {
-            bool ok = false;
-            const qint64 size = value.toString().toLongLong(&ok);
-            return ok && size >= 0 ? size : -1;
-        }
-        if (!value.isDouble())
-            return -1;
-        const double number = value.toDouble();
-        if (number < 0 || number >= 9.2e18 || number != static_cast<double>(static_cast<qint64>(number)))
-            return -1;
-        return static_cast<qint64>(number);
-    }
+    const qsizetype MaxRemovalsInPlace = 64;
 }
 
 std::optional<QByteArray> Manifest::uncompress(const QByteArray &data, qsizetype limit)
@@ -72,7 +57,7 @@ std::optional<QByteArray> Manifest::uncompress(const QByteArray &data, qsizetype
     return out;
 }
 
-std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QHash<QString, qint64> *byteLimits)
+std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QSet<QString> *unsized)
 {
     const std::optional<QByteArray> inflated = uncompress(data);
     if (!inflated)
@@ -91,41 +76,64 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QHash<QString
     if (!files.isObject())
         return std::nullopt;
 
-    QJsonObject manifest;
+    // Entries already in their stored form (two keys, a digest as text, a
+    // whole size) stay as the document holds them: building a new object
+    // for each costs more than parsing the whole text. Only the others are
+    // rewritten or removed afterwards.
+    QJsonObject manifest = files.toObject();
+    QStringList dropped;
+    QList<std::pair<QString, QJsonObject>> rewritten;
     qint64 total = 0;
-    const QJsonObject table = files.toObject();
-    for (auto it = table.constBegin(); it != table.constEnd(); ++it) {
+    for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it) {
         const QJsonObject entry = it.value().toObject();
-        if (!entry.contains(QLatin1String("checksum")) || !entry.contains(QLatin1String("size")))
+        if (!entry.contains(QLatin1String("checksum")) || !entry.contains(QLatin1String("size"))) {
+            dropped.append(it.key());
             continue;
+        }
         const QJsonValue size = entry.value(QLatin1String("size"));
         // Sizes feed the progress total: a negative one or an overflowing
         // sum would make the count run backwards or wrap.
-        if (size.isDouble() && (size.toDouble() < 0 || size.toInteger(0) > std::numeric_limits<qint64>::max() - total))
+        if (size.isDouble() && (size.toDouble() < 0 || size.toInteger(0) > std::numeric_limits<qint64>::max() - total)) {
+            dropped.append(it.key());
             continue;
+        }
         const qint64 bytes = size.toInteger(0);
         total += bytes;
-        const qint64 limit = wholeSize(size);
-        if (byteLimits && limit >= 0 && size.isDouble())
-            byteLimits->insert(it.key(), limit);
-        manifest.insert(it.key(),
-                        QJsonObject {
-                            {QStringLiteral("checksum"), entry.value(QLatin1String("checksum")).toString(QString())},
-                            {QStringLiteral("size"), entry.value(QLatin1String("size")).toInteger(0)},
-                        });
+        if (unsized && (!size.isDouble() || byteLimit(size) < 0))
+            unsized->insert(it.key());
+        const QJsonValue checksum = entry.value(QLatin1String("checksum"));
+        if (entry.size() != 2 || !checksum.isString() || !size.isDouble() || size.toDouble() != double(bytes)) {
+            rewritten.append({it.key(),
+                              QJsonObject {{QStringLiteral("checksum"), checksum.toString(QString())},
+                                           {QStringLiteral("size"), bytes}}});
+        }
     }
+
+    // Each removal moves every entry behind it, so a table with many to
+    // drop is copied without them instead.
+    if (dropped.size() <= MaxRemovalsInPlace) {
+        for (const QString &key : std::as_const(dropped))
+            manifest.remove(key);
+    } else {
+        const QSet<QString> left(dropped.cbegin(), dropped.cend());
+        QJsonObject kept;
+        for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it) {
+            if (!left.contains(it.key()))
+                kept.insert(it.key(), it.value());
+        }
+        manifest = kept;
+    }
+    for (const auto &[key, entry] : std::as_const(rewritten))
+        manifest.insert(key, entry);
 
     // The "binary" entry keeps its size as text, so it never weighs in the
     // total or in the largest-first plan.
     if (root.contains(QLatin1String("binary"))) {
         const QJsonObject binary = root.value(QLatin1String("binary")).toObject();
         const QString name = binary.value(QLatin1String("file")).toString(QString());
-        if (byteLimits) {
-            byteLimits->remove(name);
-            const qint64 limit = wholeSize(binary.value(QLatin1String("size")));
-            if (limit >= 0)
-                byteLimits->insert(name, limit);
-        }
+        // Its size is text by design and bounds its transfer as it is.
+        if (unsized)
+            unsized->remove(name);
         manifest.insert(name,
                         QJsonObject {
                             {QStringLiteral("checksum"), binary.value(QLatin1String("checksum")).toString(QString())},
@@ -133,6 +141,23 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QHash<QString
                         });
     }
     return manifest;
+}
+
+qint64 Manifest::byteLimit(const QJsonValue &size)
+{
+    // JSON numbers arrive as doubles; only those that are integral and
+    // within range count.
+    if (size.isString()) {
+        bool ok = false;
+        const qint64 bytes = size.toString().toLongLong(&ok);
+        return ok && bytes >= 0 ? bytes : -1;
+    }
+    if (!size.isDouble())
+        return -1;
+    const double number = size.toDouble();
+    if (number < 0 || number >= 9.2e18 || number != static_cast<double>(static_cast<qint64>(number)))
+        return -1;
+    return static_cast<qint64>(number);
 }
 
 bool Manifest::isSafeRelativePath(const QString &key)
@@ -146,12 +171,18 @@ bool Manifest::isSafeRelativePath(const QString &key)
 
     // One leading "/" is the normal form; more would make a UNC or absolute
     // path once it is appended to a directory and cleaned.
-    const QString relative = key.startsWith(QLatin1Char('/')) ? key.mid(1) : key;
+    const QStringView relative = QStringView(key).sliced(key.startsWith(QLatin1Char('/')) ? 1 : 0);
     if (relative.isEmpty() || relative.startsWith(QLatin1Char('/')))
         return false;
 
+    // Walked without splitting: this runs for every entry of the manifest.
     int depth = 0;
-    for (const QString &segment : relative.split(QLatin1Char('/'))) {
+    for (qsizetype start = 0; start <= relative.size();) {
+        qsizetype end = relative.indexOf(QLatin1Char('/'), start);
+        if (end < 0)
+            end = relative.size();
+        const QStringView segment = relative.sliced(start, end - start);
+        start = end + 1;
         if (segment.isEmpty() || segment == QLatin1String("."))
             continue;
         if (segment == QLatin1String("..")) {

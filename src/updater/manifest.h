@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QByteArray>
-#include <QHash>
+#include <QSet>
 #include <QJsonObject>
 #include <QString>
 #include <QUrl>
@@ -27,10 +27,15 @@ namespace Manifest
     // that framing, is no JSON object, or has no "files" object; entries
     // without both "checksum" and "size" are left out, and so are entries
     // with a negative size or one that would carry the total past what a
-    // 64-bit count holds. `byteLimits`, if given, receives the size of
-    // every file whose size is a whole number, which a transfer of that
-    // file may not exceed.
-    std::optional<QJsonObject> parse(const QByteArray &data, QHash<QString, qint64> *byteLimits = nullptr);
+    // 64-bit count holds. `unsized`, if given, receives the files whose
+    // published size is no whole number: they are stored with size 0, which
+    // must not bound their transfer.
+    std::optional<QJsonObject> parse(const QByteArray &data, QSet<QString> *unsized = nullptr);
+
+    // The most bytes a file of this stored "size" may have: a whole number,
+    // or text holding one as the "binary" entry keeps it; -1 for anything
+    // else.
+    qint64 byteLimit(const QJsonValue &size);
 
     // Whether a manifest key names a file below the directory it is resolved
     // against. Keys normally start with "/"; a key that would climb out with

@@ -64,7 +64,7 @@ void Updater::retireVerification()
     // the GUI thread.
     QObject::disconnect(verificationWatcher, nullptr, this, nullptr);
     verificationWatcher->cancel();
-    retiredVerifications.removeIf([](const QFuture<VerificationChunkResult> &future) { return future.isFinished(); });
+    retiredVerifications.removeIf([](const QFuture<void> &future) { return future.isFinished(); });
     if (verificationWatcher->isRunning())
         retiredVerifications.append(verificationWatcher->future());
     verificationWatcher->deleteLater();
@@ -74,13 +74,13 @@ void Updater::retireVerification()
 
 void Updater::stopVerification()
 {
-    QFuture<VerificationChunkResult> running;
+    QFuture<void> running;
     if (verificationWatcher)
         running = verificationWatcher->future();
     retireVerification();
     // Chunks post their progress to this object, so none may outlive it.
     running.waitForFinished();
-    for (QFuture<VerificationChunkResult> &retired : retiredVerifications)
+    for (QFuture<void> &retired : retiredVerifications)
         retired.waitForFinished();
     retiredVerifications.clear();
 }
@@ -145,14 +145,4 @@ QNetworkRequest Updater::makeRequest(const QUrl &url) const
 QUrl Updater::fileUrl(const QString &fileName) const
 {
     return Manifest::fileUrl(Settings::instance()->updateUrl(), fileName);
-}
-
-qint64 Updater::manifestSize(const QString &fileName) const
-{
-    return manifest.value(fileName).toObject().value(QLatin1String("size")).toInteger(0);
-}
-
-qint64 Updater::transferLimit(const QString &fileName) const
-{
-    return byteLimits.value(fileName, -1);
 }

@@ -18,7 +18,7 @@
 
 class QFile;
 class QLockFile;
-struct SharedProgress;
+struct VerificationRun;
 
 // Upper bound on file transfers in flight, taken once at process start.
 extern const int maxConcurrentDownloads;
@@ -30,6 +30,8 @@ struct ActiveDownload
     QString expectedChecksum;
     QNetworkReply *reply = nullptr;
     QFile *file = nullptr;
+    // The most bytes the manifest allows the file, -1 for no bound.
+    qint64 byteLimit = -1;
     // CRC-32 of the bytes written so far; the finished file is judged by it
     // instead of being read back from the disk.
     quint32 crc = 0;
@@ -47,16 +49,18 @@ struct VerificationTask
 {
     QString relativePath;
     QString expectedChecksum;
+    // The manifest's size, which only orders the downloads.
+    qint64 size = 0;
 };
 
-// What one verification chunk found, by relative path.
-struct VerificationChunkResult
+// The checks of one manifest: the tasks in key order, and the order in which
+// a run fetches what fails, planned once here so that a large game is never
+// sorted on the GUI thread.
+struct VerificationPlan
 {
-    QList<QString> failed;
-    // Wrong or missing in the install directory, right in the staging one.
-    QList<QString> staged;
-    // Below a link that leads out of the install directory: never read.
-    QList<QString> outside;
+    QList<VerificationTask> tasks;
+    // Indices into `tasks`, largest file first, equal sizes in key order.
+    QList<qsizetype> largestFirst;
 };
 
 // The patching engine: fetches the manifest, verifies every file, downloads
@@ -132,11 +136,11 @@ private slots:
 private:
     void parseManifest(const QByteArray &data);
     void reportUnusableManifest();
-    static QList<VerificationTask> verificationTasks(const QJsonObject &manifest);
-    void startVerification(const QList<VerificationTask> &tasks);
+    static VerificationPlan planVerification(const QJsonObject &manifest);
+    void startVerification(VerificationPlan plan);
     void retireVerification();
     void handleVerificationFinished();
-    void announceProgress(const std::shared_ptr<SharedProgress> &progress);
+    void announceProgress(const std::shared_ptr<VerificationRun> &run);
     void startFileDownload(const QUrl &url, const QString &fileName);
     void writeReceivedData(QNetworkReply *reply);
     void handleFileFinished(QNetworkReply *reply);
@@ -161,8 +165,6 @@ private:
 
     QNetworkRequest makeRequest(const QUrl &url) const;
     QUrl fileUrl(const QString &fileName) const;
-    qint64 manifestSize(const QString &fileName) const;
-    qint64 transferLimit(const QString &fileName) const;
 
     QNetworkAccessManager networkManager;
     QNetworkReply *launcherVersionReply = nullptr;
@@ -172,9 +174,13 @@ private:
     // is dropped when it ends.
     quint64 manifestGeneration = 0;
     QJsonObject manifest;
-    // The most bytes a file may have, for files whose manifest says.
-    QHash<QString, qint64> byteLimits;
+    // Files whose stored size of 0 stands for a size that was no whole
+    // number, and so bounds nothing.
+    QSet<QString> unsizedFiles;
+    // Largest file first from the moment verification fills it.
     QList<QString> filesToDownload;
+    // The manifest sizes of the queue, added up when it is filled.
+    qint64 queuedBytes = 0;
     int currentFileIndex = 0;
     bool updating = false;
     bool recheckRequired = false;
@@ -183,10 +189,10 @@ private:
     QMap<QString, qint64> fileBytesReceived;
     qint64 bytesDownloaded = 0;
     qint64 totalBytes = 0;
-    QFutureWatcher<VerificationChunkResult> *verificationWatcher = nullptr;
-    std::shared_ptr<SharedProgress> currentVerification;
+    QFutureWatcher<void> *verificationWatcher = nullptr;
+    std::shared_ptr<VerificationRun> currentVerification;
     // Verifications replaced by a newer one, still finishing their chunks.
-    QList<QFuture<VerificationChunkResult>> retiredVerifications;
+    QList<QFuture<void>> retiredVerifications;
     QList<QString> verificationResults;
     // Staged files whose digest is known to be right; nothing else in the
     // staging directory is ever moved into the install directory.

@@ -84,7 +84,7 @@ void Updater::reportUnusableManifest()
     // Without this the window would wait on "checking" for good; the next
     // press checks again instead of using what is left of the queue.
     manifest = QJsonObject();
-    byteLimits.clear();
+    unsizedFiles.clear();
     filesToDownload.clear();
     recheckRequired = true;
     emit downloadError(UnusableManifest);
@@ -102,8 +102,8 @@ namespace
     {
         bool valid = false;
         QJsonObject entries;
-        QHash<QString, qint64> byteLimits;
-        QList<VerificationTask> tasks;
+        QSet<QString> unsized;
+        VerificationPlan plan;
     };
 }
 
@@ -111,7 +111,7 @@ void Updater::parseManifest(const QByteArray &data)
 {
     // Wiped first, so a rejected body leaves nothing of an earlier check.
     manifest = QJsonObject();
-    byteLimits.clear();
+    unsizedFiles.clear();
     filesToDownload.clear();
 
     // Inflating, parsing and planning a manifest of a large game take longer
@@ -129,8 +129,8 @@ void Updater::parseManifest(const QByteArray &data)
             return;
         }
         manifest = parsed.entries;
-        byteLimits = parsed.byteLimits;
-        startVerification(parsed.tasks);
+        unsizedFiles = parsed.unsized;
+        startVerification(parsed.plan);
         // Nothing in it could be checked: every key was refused, or there
         // was none.
         if (!verificationWatcher)
@@ -138,11 +138,11 @@ void Updater::parseManifest(const QByteArray &data)
     });
     watcher->setFuture(QtConcurrent::run([data] {
         ParsedManifest parsed;
-        const std::optional<QJsonObject> entries = Manifest::parse(data, &parsed.byteLimits);
+        const std::optional<QJsonObject> entries = Manifest::parse(data, &parsed.unsized);
         if (entries) {
             parsed.valid = true;
             parsed.entries = *entries;
-            parsed.tasks = verificationTasks(parsed.entries);
+            parsed.plan = planVerification(parsed.entries);
         }
         return parsed;
     }));

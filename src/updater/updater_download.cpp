@@ -11,6 +11,7 @@
 
 #include "config/settings.h"
 #include "updater/crc32.h"
+#include "updater/manifest.h"
 
 namespace
 {
@@ -71,21 +72,10 @@ void Updater::startUpdate()
     bytesSinceSpeedSample = 0;
     speedSamples.clear();
 
-    // Largest first, so that the biggest file never runs alone at the end
-    // and the largest file not yet started is always the next one: sorting
-    // once keeps a run of many files linear.
-    QList<QPair<qint64, QString>> bySize;
-    bySize.reserve(filesToDownload.size());
-    for (const QString &file : std::as_const(filesToDownload)) {
-        const qint64 size = manifestSize(file);
-        totalBytes += size;
-        bySize.append({size, file});
-    }
-    std::stable_sort(
-        bySize.begin(), bySize.end(),
-        [](const QPair<qint64, QString> &a, const QPair<qint64, QString> &b) { return a.first > b.first; });
-    for (qsizetype i = 0; i < bySize.size(); ++i)
-        filesToDownload[i] = bySize.at(i).second;
+    // Verification queued the largest file first, so that the biggest file
+    // never runs alone at the end and the largest not yet started is always
+    // the next one.
+    totalBytes = queuedBytes;
 
     emit stateChanged(isInstalled() ? QStringLiteral("updating") : QStringLiteral("installing"));
     emit overallProgress(0, totalBytes);
@@ -136,8 +126,11 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
         return;
     }
 
-    const QString checksum = manifest.value(fileName).toObject().value(QLatin1String("checksum")).toString();
-    activeDownloads.insert(reply, ActiveDownload {fileName, checksum, reply, file});
+    const QJsonObject entry = manifest.value(fileName).toObject();
+    const QString checksum = entry.value(QLatin1String("checksum")).toString();
+    const qint64 byteLimit
+        = unsizedFiles.contains(fileName) ? -1 : Manifest::byteLimit(entry.value(QLatin1String("size")));
+    activeDownloads.insert(reply, ActiveDownload {fileName, checksum, reply, file, byteLimit});
 
     connect(reply, &QNetworkReply::readyRead, this, [this, reply] { writeReceivedData(reply); });
     connect(reply, &QNetworkReply::downloadProgress, this,
@@ -160,8 +153,7 @@ void Updater::writeReceivedData(QNetworkReply *reply)
             return;
         // A body longer than the manifest's size cannot be the file, and an
         // endless one would fill the disk.
-        const qint64 limit = transferLimit(it->fileName);
-        if (limit >= 0 && it->file->pos() + read > limit) {
+        if (it->byteLimit >= 0 && it->file->pos() + read > it->byteLimit) {
             failRun(QStringLiteral("File verification failed"));
             return;
         }

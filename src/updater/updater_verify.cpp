@@ -7,16 +7,41 @@
 #include <QMutex>
 #include <QMutexLocker>
 #include <QThread>
+#include <QJsonObject>
 #include <QtConcurrent/QtConcurrentMap>
 
+#include <algorithm>
 #include <memory>
+#include <vector>
 
 #include "config/settings.h"
 #include "updater/manifest.h"
 
-// One verification's progress, shared by its chunks and the GUI thread.
-struct SharedProgress
+// One verification, shared by its chunks and the GUI thread.
+struct VerificationRun
 {
+    enum Outcome : quint8 { Good, Staged, Failed, Outside };
+
+    explicit VerificationRun(VerificationPlan checks)
+        : plan(std::move(checks))
+        , outcomes(plan.tasks.size(), Good)
+    { }
+
+    // A run of tasks by position: copying the tasks into lists of their own
+    // would cost the GUI thread a frame and more on a large game.
+    struct Chunk
+    {
+        qsizetype begin;
+        qsizetype end;
+    };
+
+    const VerificationPlan plan;
+    // Worked on in place, so they live as long as the run.
+    QList<Chunk> chunks;
+    // One per task, each written by the one chunk that holds the task and
+    // read once the last chunk has ended.
+    std::vector<Outcome> outcomes;
+
     QMutex mutex;
     int filesChecked = 0;
     int totalFiles = 0;
@@ -99,128 +124,156 @@ bool Updater::isStagedFileValid(const QString &relativePath, const QString &expe
     return isStagedCopyValid(stagingDirectory(), relativePath, expectedChecksum);
 }
 
-QList<VerificationTask> Updater::verificationTasks(const QJsonObject &manifest)
+VerificationPlan Updater::planVerification(const QJsonObject &manifest)
 {
-    QList<VerificationTask> tasks;
-    tasks.reserve(manifest.size());
+    VerificationPlan plan;
+    plan.tasks.reserve(manifest.size());
     for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it) {
-        const QString checksum = it.value().toObject().value(QLatin1String("checksum")).toString(QString());
+        const QJsonObject entry = it.value().toObject();
+        const QString checksum = entry.value(QLatin1String("checksum")).toString(QString());
         if (checksum.isEmpty() || !Manifest::isSafeRelativePath(it.key()))
             continue;
-        tasks.append({it.key(), checksum});
+        plan.tasks.append({it.key(), checksum, entry.value(QLatin1String("size")).toInteger(0)});
     }
-    return tasks;
+
+    // Sorted as pairs side by side in memory rather than through the tasks,
+    // which a large game scatters over the heap; the position breaks ties,
+    // so equal sizes keep their key order.
+    std::vector<std::pair<qint64, qsizetype>> bySize;
+    bySize.reserve(plan.tasks.size());
+    for (qsizetype index = 0; index < plan.tasks.size(); ++index)
+        bySize.emplace_back(-plan.tasks.at(index).size, index);
+    std::sort(bySize.begin(), bySize.end());
+    plan.largestFirst.reserve(plan.tasks.size());
+    for (const auto &entry : bySize)
+        plan.largestFirst.append(entry.second);
+    return plan;
 }
 
 QList<QString> Updater::verifyInstallation()
 {
-    startVerification(verificationTasks(manifest));
+    startVerification(planVerification(manifest));
     return verificationResults;
 }
 
-void Updater::startVerification(const QList<VerificationTask> &tasks)
+void Updater::startVerification(VerificationPlan plan)
 {
     retireVerification();
     verificationResults.clear();
     filesToDownload.clear();
+    queuedBytes = 0;
     verifiedStagedFiles.clear();
     stagedFilesKnown = false;
-    if (tasks.isEmpty())
+    if (plan.tasks.isEmpty())
         return;
 
-    verificationWatcher = new QFutureWatcher<VerificationChunkResult>(this);
-    auto progress = std::make_shared<SharedProgress>();
-    currentVerification = progress;
-    progress->totalFiles = static_cast<int>(tasks.size());
-    progress->sinceFlush.start();
-    connect(verificationWatcher, &QFutureWatcher<VerificationChunkResult>::finished, this,
-            &Updater::handleVerificationFinished);
-    emit verificationStarted(progress->totalFiles);
+    verificationWatcher = new QFutureWatcher<void>(this);
+    auto run = std::make_shared<VerificationRun>(std::move(plan));
+    currentVerification = run;
+    run->totalFiles = static_cast<int>(run->plan.tasks.size());
+    run->sinceFlush.start();
+    connect(verificationWatcher, &QFutureWatcher<void>::finished, this, &Updater::handleVerificationFinished);
+    emit verificationStarted(run->totalFiles);
 
+    const qsizetype taskCount = run->plan.tasks.size();
     const qsizetype chunkSize = QThread::idealThreadCount();
-    QList<QList<VerificationTask>> chunks;
-    for (qsizetype start = 0; start < tasks.size(); start += chunkSize)
-        chunks.append(tasks.mid(start, chunkSize));
+    run->chunks.reserve(taskCount / chunkSize + 1);
+    for (qsizetype begin = 0; begin < taskCount; begin += chunkSize)
+        run->chunks.append({begin, std::min(begin + chunkSize, taskCount)});
 
     // The workers get the paths by value: the settings store is the GUI
     // thread's, and a new install path brings a new check anyway.
     const QString installPath = Settings::instance()->installPath();
     const QString staging = stagingDirectory();
     auto containment = std::make_shared<Containment>(installPath);
-    const auto verifyChunk = [this, progress, installPath, staging, containment](const QList<VerificationTask> &chunk) {
-        VerificationChunkResult result;
-        for (const VerificationTask &task : chunk) {
+    const auto verifyChunk = [this, run, installPath, staging, containment](const VerificationRun::Chunk &chunk) {
+        for (qsizetype index = chunk.begin; index < chunk.end; ++index) {
+            const VerificationTask &task = run->plan.tasks.at(index);
             const QString path = filePath(installPath, task.relativePath);
+            VerificationRun::Outcome outcome = VerificationRun::Failed;
             if (!containment->contains(path)) {
-                result.outside.append(task.relativePath);
+                outcome = VerificationRun::Outside;
             } else {
-                bool good = false;
                 const QFileInfo info(path);
                 // An unreadable file fails to open and counts as a mismatch,
                 // the same outcome without asking the file system once more.
                 if (isPlainFile(info)) {
                     const QString digest = fileChecksum(path);
-                    good = !digest.isEmpty() && digest == task.expectedChecksum;
+                    if (!digest.isEmpty() && digest == task.expectedChecksum)
+                        outcome = VerificationRun::Good;
                 }
-                if (!good && isStagedCopyValid(staging, task.relativePath, task.expectedChecksum)) {
-                    good = true;
-                    result.staged.append(task.relativePath);
-                }
-                if (!good)
-                    result.failed.append(task.relativePath);
+                if (outcome == VerificationRun::Failed
+                    && isStagedCopyValid(staging, task.relativePath, task.expectedChecksum))
+                    outcome = VerificationRun::Staged;
             }
+            run->outcomes[index] = outcome;
 
             // Every count is announced once, in ascending order, and before
             // the watcher's finished, but the GUI thread is woken at most once
             // a frame: waking it for every file would take a core's share
             // away from the hashing. The last count always goes out.
-            const QMutexLocker locker(&progress->mutex);
-            ++progress->filesChecked;
-            const bool last = progress->filesChecked == progress->totalFiles;
-            if (!progress->flushPosted && (last || progress->sinceFlush.hasExpired(ProgressIntervalMs))) {
-                progress->flushPosted = true;
+            const QMutexLocker locker(&run->mutex);
+            ++run->filesChecked;
+            const bool last = run->filesChecked == run->totalFiles;
+            if (!run->flushPosted && (last || run->sinceFlush.hasExpired(ProgressIntervalMs))) {
+                run->flushPosted = true;
                 QMetaObject::invokeMethod(
-                    this, [this, progress] { announceProgress(progress); }, Qt::QueuedConnection);
+                    this, [this, run] { announceProgress(run); }, Qt::QueuedConnection);
             }
         }
-        return result;
     };
 
     verificationWatcher->setFuture(
-        QtConcurrent::mapped(QThreadPool::globalInstance(), chunks,
-                             std::function<VerificationChunkResult(const QList<VerificationTask> &)>(verifyChunk)));
+        QtConcurrent::map(QThreadPool::globalInstance(), run->chunks,
+                          std::function<void(const VerificationRun::Chunk &)>(verifyChunk)));
 }
 
-void Updater::announceProgress(const std::shared_ptr<SharedProgress> &progress)
+void Updater::announceProgress(const std::shared_ptr<VerificationRun> &run)
 {
     // A replaced verification's counts would move the circle backwards.
-    if (progress != currentVerification)
+    if (run != currentVerification)
         return;
     int from = 0;
     int to = 0;
     {
-        const QMutexLocker locker(&progress->mutex);
-        from = progress->filesAnnounced;
-        to = progress->filesChecked;
-        progress->filesAnnounced = to;
-        progress->flushPosted = false;
-        progress->sinceFlush.start();
+        const QMutexLocker locker(&run->mutex);
+        from = run->filesAnnounced;
+        to = run->filesChecked;
+        run->filesAnnounced = to;
+        run->flushPosted = false;
+        run->sinceFlush.start();
     }
     for (int checked = from + 1; checked <= to; ++checked)
-        emit verificationProgress(checked, progress->totalFiles);
+        emit verificationProgress(checked, run->totalFiles);
 }
 
 void Updater::handleVerificationFinished()
 {
-    QList<QString> outside;
-    const QList<VerificationChunkResult> results = verificationWatcher->future().results();
-    for (const VerificationChunkResult &chunk : results) {
-        verificationResults.append(chunk.failed);
-        outside.append(chunk.outside);
-        for (const QString &file : chunk.staged)
-            verifiedStagedFiles.insert(file);
+    const std::shared_ptr<VerificationRun> run = currentVerification;
+    const QList<VerificationTask> &tasks = run->plan.tasks;
+    QStringList outside;
+    for (qsizetype index = 0; index < tasks.size(); ++index) {
+        switch (run->outcomes[index]) {
+        case VerificationRun::Failed:
+            verificationResults.append(tasks.at(index).relativePath);
+            break;
+        case VerificationRun::Staged:
+            verifiedStagedFiles.insert(tasks.at(index).relativePath);
+            break;
+        case VerificationRun::Outside:
+            outside.append(tasks.at(index).relativePath);
+            break;
+        case VerificationRun::Good:
+            break;
+        }
     }
-    filesToDownload = verificationResults;
+    filesToDownload.reserve(verificationResults.size());
+    for (const qsizetype index : run->plan.largestFirst) {
+        if (run->outcomes[index] == VerificationRun::Failed) {
+            filesToDownload.append(tasks.at(index).relativePath);
+            queuedBytes += tasks.at(index).size;
+        }
+    }
     stagedFilesKnown = true;
 
     if (!filesToDownload.isEmpty())
@@ -232,6 +285,6 @@ void Updater::handleVerificationFinished()
     if (!outside.isEmpty()) {
         emit downloadError(QStringLiteral("A folder in the install directory leads outside it, so these files were "
                                           "left alone: %1. Remove the link and check again.")
-                               .arg(QStringList(outside.mid(0, 5)).join(QStringLiteral(", "))));
+                               .arg(outside.mid(0, 5).join(QStringLiteral(", "))));
     }
 }

@@ -38,6 +38,16 @@ void TestManifest::parse_data()
     QTest::newRow("incomplete entries left out")
         << qCompress(R"({"files": {"/a": {"checksum": "00000001"}, "/b": 5, "/c": {"checksum": 7, "size": "x"}}})")
         << QByteArray(R"({"/c": {"checksum": "", "size": 0}})");
+    QTest::newRow("entries in another form rewritten")
+        << qCompress(R"({"files": {"/a": {"checksum": "1", "size": 1, "x": 0}, "/b": {"checksum": 7, "size": 2.5},
+                                   "/c": {"checksum": "3", "size": 3}, "/d": {"size": "4", "checksum": "4"}}})")
+        << QByteArray(R"({"/a": {"checksum": "1", "size": 1}, "/b": {"checksum": "", "size": 0},
+                          "/c": {"checksum": "3", "size": 3}, "/d": {"checksum": "4", "size": 0}})");
+    QByteArray manyBroken = R"({"/kept": {"checksum": "1", "size": 1})";
+    for (int i = 0; i < 100; ++i)
+        manyBroken += ", \"/broken" + QByteArray::number(i) + "\": {}";
+    QTest::newRow("many entries left out") << qCompress("{\"files\": " + manyBroken + "}}")
+                                           << QByteArray(R"({"/kept": {"checksum": "1", "size": 1}})");
     QTest::newRow("binary wins, size stays text")
         << qCompress(R"({"files": {"/game.exe": {"checksum": "00000001", "size": 9}},
                          "binary": {"file": "/game.exe", "checksum": "00000002", "size": "9"}})")

@@ -239,6 +239,14 @@ void TestUpdaterRun::failedRuns_data()
     QTest::newRow("checksum differs") << file << Fault() << bytes(200000, 'x') << verification;
     // The manifest speaks of 4 KiB; the server sends on and on.
     QTest::newRow("file longer than listed") << file << Fault() << bytes(4096, 'a') << verification;
+    // Stored as 0, which must not bound the transfer.
+    QJsonObject textSize = TestManifest::entry(bytes(200000, 'a'));
+    textSize.insert(QStringLiteral("size"), QStringLiteral("5"));
+    QTest::newRow("size given as text")
+        << ManifestPath << Fault()
+        << TestManifest::body(QJsonObject {{QStringLiteral("/a.bin"), textSize},
+                                           {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}})
+        << QString();
     QTest::newRow("manifest answers 503") << ManifestPath << Fault {Fault::Status, 503} << QByteArray() << network;
     QTest::newRow("manifest trickles") << ManifestPath << Fault {Fault::Trickle, 0, 1, 100} << QByteArray() << network;
     QTest::newRow("manifest held open") << ManifestPath << Fault {Fault::Stall, 0, 8} << QByteArray() << network;
@@ -270,7 +278,7 @@ void TestUpdaterRun::failedRuns()
                        {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}});
     m_server.setFault(path, fault);
     check();
-    if (path != ManifestPath)
+    if (path != ManifestPath || error.isEmpty())
         run();
     if (error.isEmpty()) {
         QCOMPARE(m_events, Installed);
