@@ -18,7 +18,7 @@ namespace
     // What a reply may hold before the network thread stops reading from
     // the socket: enough to keep the connection busy while the GUI thread
     // paints, small enough that a file of any size costs the same memory.
-    const qint64 ReplyBufferBytes = 4 * 1024 * 1024;
+    const qint64 ReplyBufferBytes = 1024 * 1024;
     // The most taken from a reply in one piece.
     const qint64 WriteBatchBytes = 1024 * 1024;
 
