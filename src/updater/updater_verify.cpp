@@ -65,7 +65,9 @@ namespace
     // good, and a link may lead anywhere.
     bool isPlainFile(const QFileInfo &info)
     {
-        return info.isFile() && !info.isSymLink();
+        // The link test first: what it reads of anything but a link answers
+        // the file test too, so that costs no second look at the disk.
+        return !info.isSymLink() && info.isFile();
     }
 
     bool isStagedCopyValid(const QString &stagingDirectory, const QString &relativePath,
