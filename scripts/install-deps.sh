@@ -14,7 +14,7 @@ packages=(
     qt6-qpa-plugins libqt6svg6 fonts-dejavu-core
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
     # Tests and demo: a virtual X server, real input, a real web server
-    xvfb xauth xdotool x11-utils imagemagick nginx-light curl
+    xvfb xauth xdotool x11-utils imagemagick nginx-light curl openssl
     # The Windows build checked from here: mingw-w64 and Wine
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64
 )

@@ -139,6 +139,11 @@ QNetworkRequest Updater::makeRequest(const QUrl &url) const
     QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
     ssl.setProtocol(QSsl::TlsV1_2OrLater);
     request.setSslConfiguration(ssl);
+    // Servers end an HTTP/2 connection after so many requests (nginx after a
+    // thousand), and Qt then fails the requests queued on it instead of
+    // sending them on a new one: a game of more files could never install.
+    // HTTP/1.1 connections that close are simply opened again.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     return request;
 }
 
