@@ -93,7 +93,8 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QSet<QString>
         const QJsonValue size = entry.value(QLatin1String("size"));
         // Sizes feed the progress total: a negative one or an overflowing
         // sum would make the count run backwards or wrap.
-        if (size.isDouble() && (size.toDouble() < 0 || size.toInteger(0) > std::numeric_limits<qint64>::max() - total)) {
+        if (size.isDouble()
+            && (size.toDouble() < 0 || size.toInteger(0) > std::numeric_limits<qint64>::max() - total)) {
             dropped.append(it.key());
             continue;
         }

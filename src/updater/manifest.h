@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QByteArray>
-#include <QSet>
 #include <QJsonObject>
+#include <QSet>
 #include <QString>
 #include <QUrl>
 

@@ -4,10 +4,10 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QHash>
+#include <QJsonObject>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QThread>
-#include <QJsonObject>
 #include <QtConcurrent/QtConcurrentMap>
 
 #include <algorithm>
@@ -20,7 +20,13 @@
 // One verification, shared by its chunks and the GUI thread.
 struct VerificationRun
 {
-    enum Outcome : quint8 { Good, Staged, Failed, Outside };
+    enum Outcome : quint8
+    {
+        Good,
+        Staged,
+        Failed,
+        Outside
+    };
 
     explicit VerificationRun(VerificationPlan checks)
         : plan(std::move(checks))
@@ -225,9 +231,8 @@ void Updater::startVerification(VerificationPlan plan)
         }
     };
 
-    verificationWatcher->setFuture(
-        QtConcurrent::map(QThreadPool::globalInstance(), run->chunks,
-                          std::function<void(const VerificationRun::Chunk &)>(verifyChunk)));
+    verificationWatcher->setFuture(QtConcurrent::map(QThreadPool::globalInstance(), run->chunks,
+                                                     std::function<void(const VerificationRun::Chunk &)>(verifyChunk)));
 }
 
 void Updater::announceProgress(const std::shared_ptr<VerificationRun> &run)

@@ -46,8 +46,8 @@ void TestManifest::parse_data()
     QByteArray manyBroken = R"({"/kept": {"checksum": "1", "size": 1})";
     for (int i = 0; i < 100; ++i)
         manyBroken += ", \"/broken" + QByteArray::number(i) + "\": {}";
-    QTest::newRow("many entries left out") << qCompress("{\"files\": " + manyBroken + "}}")
-                                           << QByteArray(R"({"/kept": {"checksum": "1", "size": 1}})");
+    QTest::newRow("many entries left out")
+        << qCompress("{\"files\": " + manyBroken + "}}") << QByteArray(R"({"/kept": {"checksum": "1", "size": 1}})");
     QTest::newRow("binary wins, size stays text")
         << qCompress(R"({"files": {"/game.exe": {"checksum": "00000001", "size": 9}},
                          "binary": {"file": "/game.exe", "checksum": "00000002", "size": "9"}})")

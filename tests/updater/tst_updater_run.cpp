@@ -242,11 +242,11 @@ void TestUpdaterRun::failedRuns_data()
     // Stored as 0, which must not bound the transfer.
     QJsonObject textSize = TestManifest::entry(bytes(200000, 'a'));
     textSize.insert(QStringLiteral("size"), QStringLiteral("5"));
-    QTest::newRow("size given as text")
-        << ManifestPath << Fault()
-        << TestManifest::body(QJsonObject {{QStringLiteral("/a.bin"), textSize},
-                                           {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}})
-        << QString();
+    QTest::newRow("size given as text") << ManifestPath << Fault()
+                                        << TestManifest::body(QJsonObject {
+                                               {QStringLiteral("/a.bin"), textSize},
+                                               {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}})
+                                        << QString();
     QTest::newRow("manifest answers 503") << ManifestPath << Fault {Fault::Status, 503} << QByteArray() << network;
     QTest::newRow("manifest trickles") << ManifestPath << Fault {Fault::Trickle, 0, 1, 100} << QByteArray() << network;
     QTest::newRow("manifest held open") << ManifestPath << Fault {Fault::Stall, 0, 8} << QByteArray() << network;
