@@ -3,7 +3,11 @@
 // curl, by the engine alone (startUpdate to updateComplete) and by the real
 // launcher on an X server of its own (first file request to .initcomplete,
 // the button pressed the way a player presses it). Each side runs in turn,
-// several times, and the ratio is curl's time over the side's time.
+// several times, and the ratio is curl's time over the side's time. With
+// --tls nginx offers HTTPS and HTTP/2 with a certificate made for the run,
+// as a real patch server does (curl takes HTTP/2, the engine HTTP/1.1); the
+// launcher's address is compiled in as plain HTTP, so that side is then
+// left out.
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -25,6 +29,7 @@
 #include "benchsetup.h"
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "support/testtls.h"
 #include "support/virtualdisplay.h"
 #include "updater/updater.h"
 
@@ -112,7 +117,8 @@ namespace
         return path;
     }
 
-    Sample runCurl(const QString &base, const QJsonObject &table, const QString &target, int parallel)
+    Sample runCurl(const QString &base, const QJsonObject &table, const QString &target, int parallel,
+                   const QString &caFile)
     {
         Sample sample;
         removeAll(target);
@@ -129,10 +135,13 @@ namespace
         QProcess curl;
         QElapsedTimer timer;
         timer.start();
-        curl.start(QStringLiteral("curl"),
-                   {QStringLiteral("--parallel"), QStringLiteral("--parallel-max"), QString::number(parallel),
-                    QStringLiteral("--no-progress-meter"), QStringLiteral("--fail"), QStringLiteral("--create-dirs"),
-                    QStringLiteral("-K"), config.fileName()});
+        QStringList arguments {QStringLiteral("--parallel"), QStringLiteral("--parallel-max"),
+                               QString::number(parallel),    QStringLiteral("--no-progress-meter"),
+                               QStringLiteral("--fail"),     QStringLiteral("--create-dirs"),
+                               QStringLiteral("-K"),         config.fileName()};
+        if (!caFile.isEmpty())
+            arguments << QStringLiteral("--cacert") << caFile;
+        curl.start(QStringLiteral("curl"), arguments);
         if (!curl.waitForStarted()) {
             sample.error = QStringLiteral("curl did not start");
             return sample;
@@ -315,10 +324,15 @@ int main(int argc, char *argv[])
                                         QStringLiteral("n"), QStringLiteral("3"));
     const QCommandLineOption sidesOption(QStringLiteral("sides"), QStringLiteral("curl, engine, launcher."),
                                          QStringLiteral("list"), QStringLiteral("curl,engine,launcher"));
-    parser.addOptions({setsOption, smallOption, bigOption, runsOption, sidesOption});
+    const QCommandLineOption tlsOption(QStringLiteral("tls"),
+                                       QStringLiteral("HTTPS, HTTP/2 offered; no launcher side."));
+    parser.addOptions({setsOption, smallOption, bigOption, runsOption, sidesOption, tlsOption});
     parser.process(app);
     const QStringList sets = parser.value(setsOption).split(QLatin1Char(','));
-    const QStringList sides = parser.value(sidesOption).split(QLatin1Char(','));
+    QStringList sides = parser.value(sidesOption).split(QLatin1Char(','));
+    const bool tls = parser.isSet(tlsOption);
+    if (tls && sides.removeAll(QStringLiteral("launcher")) > 0)
+        out << "launcher: left out, its address is plain HTTP\n";
     const int runs = qMax(1, parser.value(runsOption).toInt());
     const int parallel = maxConcurrentDownloads;
 
@@ -340,6 +354,18 @@ int main(int argc, char *argv[])
     if (!templ.open(QIODevice::ReadOnly))
         qFatal("cannot read %s", BENCH_NGINX_CONF);
     QByteArray conf = templ.readAll();
+    QString caFile;
+    if (tls) {
+        if (!TestTls::makeTrustedCertificate(root.path())) {
+            out << "failed: openssl could not make a certificate\n";
+            return 1;
+        }
+        caFile = root.filePath(QStringLiteral("cert.pem"));
+        conf.replace("listen 127.0.0.1:@PORT@;",
+                     "listen 127.0.0.1:@PORT@ ssl http2;\n"
+                     "        ssl_certificate @ROOT@/cert.pem;\n"
+                     "        ssl_certificate_key @ROOT@/key.pem;");
+    }
     conf.replace("@ROOT@", root.path().toUtf8())
         .replace("@PORT@", QByteArray::number(BENCH_PORT))
         .replace("@RATE@", "0");
@@ -356,12 +382,11 @@ int main(int argc, char *argv[])
         out << "failed: nginx did not start on port " << BENCH_PORT << '\n';
         return 1;
     }
-    const QString base = QStringLiteral("http://127.0.0.1:%1/game").arg(BENCH_PORT);
+    const QString origin = QStringLiteral("%1://127.0.0.1:%2").arg(tls ? "https" : "http").arg(BENCH_PORT);
+    const QString base = origin + QStringLiteral("/game");
 
     QTemporaryDir settingsDir;
-    Settings settings(
-        BenchSetup::writeConfiguration(settingsDir.path(), QUrl(QStringLiteral("http://127.0.0.1:%1").arg(BENCH_PORT))),
-        nullptr);
+    Settings settings(BenchSetup::writeConfiguration(settingsDir.path(), QUrl(origin)), nullptr);
     const QString install = root.filePath(QStringLiteral("install"));
     settings.setInstallPath(install);
 
@@ -398,7 +423,7 @@ int main(int argc, char *argv[])
             for (const QString &side : sides) {
                 Sample sample;
                 if (side == QLatin1String("curl"))
-                    sample = runCurl(base, table, root.filePath(QStringLiteral("curl")), parallel);
+                    sample = runCurl(base, table, root.filePath(QStringLiteral("curl")), parallel, caFile);
                 else if (side == QLatin1String("engine"))
                     sample = runEngine(install);
                 else if (side == QLatin1String("launcher"))
