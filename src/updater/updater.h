@@ -167,6 +167,11 @@ private:
     QUrl fileUrl(const QString &fileName) const;
 
     QNetworkAccessManager networkManager;
+    // One manager per transfer slot for the game's files: each manager
+    // reads and decrypts on a thread of its own, and one thread alone
+    // cannot keep up with several fast transfers over TLS.
+    std::vector<std::unique_ptr<QNetworkAccessManager>> transferManagers;
+    QNetworkAccessManager *transferManager();
     QNetworkReply *launcherVersionReply = nullptr;
     // The newest manifest request; an older reply is never used.
     QNetworkReply *manifestReply = nullptr;

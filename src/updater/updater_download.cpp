@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QTimer>
 
+#include <limits>
 #include <memory>
 
 #include "config/settings.h"
@@ -100,7 +101,7 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
 
     // Asked for first: the network thread sends the request while this one
     // creates the file, which with many small files is half of the time.
-    QNetworkReply *reply = networkManager.get(makeRequest(url));
+    QNetworkReply *reply = transferManager()->get(makeRequest(url));
     reply->setReadBufferSize(ReplyBufferBytes);
     const auto dropReply = [reply] {
         QObject::disconnect(reply, nullptr, nullptr, nullptr);
@@ -137,6 +138,30 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
             [this, reply](qint64 bytesReceived, qint64) { handleFileProgress(reply, bytesReceived); });
     connect(reply, &QNetworkReply::finished, this, [this, reply] { handleFileFinished(reply); });
     watchTransfer(reply);
+}
+
+QNetworkAccessManager *Updater::transferManager()
+{
+    if (transferManagers.empty()) {
+        for (int i = 0; i < maxConcurrentDownloads; ++i) {
+            auto manager = std::make_unique<QNetworkAccessManager>();
+            connect(manager.get(), &QNetworkAccessManager::finished, this, &Updater::handleNetworkReply);
+            transferManagers.push_back(std::move(manager));
+        }
+    }
+    // The least busy one.
+    QNetworkAccessManager *best = nullptr;
+    int fewest = std::numeric_limits<int>::max();
+    for (const auto &manager : transferManagers) {
+        int busy = 0;
+        for (auto it = activeDownloads.cbegin(); it != activeDownloads.cend(); ++it)
+            busy += it.key()->manager() == manager.get();
+        if (busy < fewest) {
+            fewest = busy;
+            best = manager.get();
+        }
+    }
+    return best;
 }
 
 void Updater::writeReceivedData(QNetworkReply *reply)
