@@ -156,10 +156,13 @@ private:
     void pruneStagingDirectory() const;
     void watchTransfer(QNetworkReply *reply);
     void handleLauncherVersionReply(QNetworkReply *reply);
-    bool runInstallerElevated(const QString &program, const QString &source, const QString &destination,
-                              const QString &ignore);
-    bool runInstallerDirectly(const QString &program, const QString &source, const QString &destination,
-                              const QString &ignore);
+    // The relocation tool, and its command line for one move or delete: each
+    // value stays one argument, so paths with quotes, blanks or a trailing
+    // separator and an empty value arrive as they are.
+    QString relocationTool() const;
+    static QStringList relocationArguments(const QString &source, const QString &destination, const QString &ignore);
+    bool runInstallerElevated(const QStringList &arguments);
+    bool runInstallerDirectly(const QStringList &arguments);
     // Set on a reply that was given up for bringing too little for too long.
     static constexpr char StalledProperty[] = "launcherStalled";
 

@@ -85,24 +85,25 @@ void Updater::finishRun()
 bool Updater::runInstaller(const QString &source, const QString &destination, const QStringList &ignore)
 {
     const bool elevate = Platform::canElevate() && needsElevation(source, destination);
-    const QString program
-        = QDir::toNativeSeparators(toolProgram.isEmpty() ? QCoreApplication::applicationFilePath() : toolProgram);
-    const QString joinedIgnore = ignore.join(QLatin1Char(','));
-    if (elevate)
-        return runInstallerElevated(program, QDir::toNativeSeparators(source), QDir::toNativeSeparators(destination),
-                                    joinedIgnore);
-    return runInstallerDirectly(program, QDir::toNativeSeparators(source), QDir::toNativeSeparators(destination),
-                                joinedIgnore);
+    const QStringList arguments = relocationArguments(
+        QDir::toNativeSeparators(source), QDir::toNativeSeparators(destination), ignore.join(QLatin1Char(',')));
+    return elevate ? runInstallerElevated(arguments) : runInstallerDirectly(arguments);
 }
 
-bool Updater::runInstallerElevated(const QString &program, const QString &source, const QString &destination,
-                                   const QString &ignore)
+QString Updater::relocationTool() const
 {
-    // Separate values all the way: a path may hold quotes, blanks or end in a
-    // separator, and an empty value must arrive as one.
-    const QStringList arguments {QStringLiteral("--source"), source, QStringLiteral("--dest"), destination,
-                                 QStringLiteral("--ignore"), ignore};
-    const Platform::ElevatedRun run = Platform::runElevated(program, arguments, ToolRunTimeoutMs);
+    return QDir::toNativeSeparators(toolProgram.isEmpty() ? QCoreApplication::applicationFilePath() : toolProgram);
+}
+
+QStringList Updater::relocationArguments(const QString &source, const QString &destination, const QString &ignore)
+{
+    return {QStringLiteral("--source"), source, QStringLiteral("--dest"), destination,
+            QStringLiteral("--ignore"), ignore};
+}
+
+bool Updater::runInstallerElevated(const QStringList &arguments)
+{
+    const Platform::ElevatedRun run = Platform::runElevated(relocationTool(), arguments, ToolRunTimeoutMs);
     switch (run.outcome) {
     case Platform::ElevatedRun::Refused:
         emit downloadError(NoWriteAccess);
@@ -121,18 +122,14 @@ bool Updater::runInstallerElevated(const QString &program, const QString &source
     }
 }
 
-bool Updater::runInstallerDirectly(const QString &program, const QString &source, const QString &destination,
-                                   const QString &ignore)
+bool Updater::runInstallerDirectly(const QStringList &arguments)
 {
     QProcess process;
     // The tool shows nothing, and must run also where no display is reachable.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     process.setProcessEnvironment(environment);
-    process.start(
-        program,
-        {QStringLiteral("--source"), source, QStringLiteral("--dest"), destination, QStringLiteral("--ignore"), ignore},
-        QIODevice::ReadWrite);
+    process.start(relocationTool(), arguments, QIODevice::ReadWrite);
     if (!process.waitForStarted(ToolStartTimeoutMs)) {
         emit downloadError(QStringLiteral("Failed to start installation process"));
         return false;

@@ -1,6 +1,5 @@
 #include "updater/updater.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
@@ -22,15 +21,10 @@ void Updater::uninstall()
     if (QFileInfo(installPath).isWritable()) {
         removed = runInstaller(installPath, QString(), {});
     } else {
-        const QString program
-            = QDir::toNativeSeparators(toolProgram.isEmpty() ? QCoreApplication::applicationFilePath() : toolProgram);
         // No time limit: a large installation on a slow disk may take long,
         // and a tool stopped half-way would leave a broken tree.
-        const Platform::ElevatedRun run
-            = Platform::runElevated(program,
-                                    {QStringLiteral("--source"), QDir::toNativeSeparators(installPath),
-                                     QStringLiteral("--dest"), QString(), QStringLiteral("--ignore"), QString()},
-                                    -1);
+        const Platform::ElevatedRun run = Platform::runElevated(
+            relocationTool(), relocationArguments(QDir::toNativeSeparators(installPath), QString(), QString()), -1);
         if (run.outcome == Platform::ElevatedRun::Refused) {
             emit downloadError(QStringLiteral("Failed to uninstall - could not get necessary permissions"));
             return;

@@ -30,6 +30,7 @@ struct VerificationRun
 
     explicit VerificationRun(VerificationPlan checks)
         : plan(std::move(checks))
+        , totalFiles(static_cast<int>(plan.tasks.size()))
         , outcomes(plan.tasks.size(), Good)
     { }
 
@@ -42,6 +43,7 @@ struct VerificationRun
     };
 
     const VerificationPlan plan;
+    const int totalFiles;
     // Worked on in place, so they live as long as the run.
     QList<Chunk> chunks;
     // One per task, each written by the one chunk that holds the task and
@@ -50,7 +52,6 @@ struct VerificationRun
 
     QMutex mutex;
     int filesChecked = 0;
-    int totalFiles = 0;
     // Counts up to here have been announced; a flush is on its way to the
     // GUI thread while `flushPosted` is set.
     int filesAnnounced = 0;
@@ -178,7 +179,6 @@ void Updater::startVerification(VerificationPlan plan)
     verificationWatcher = new QFutureWatcher<void>(this);
     auto run = std::make_shared<VerificationRun>(std::move(plan));
     currentVerification = run;
-    run->totalFiles = static_cast<int>(run->plan.tasks.size());
     run->sinceFlush.start();
     connect(verificationWatcher, &QFutureWatcher<void>::finished, this, &Updater::handleVerificationFinished);
     emit verificationStarted(run->totalFiles);
