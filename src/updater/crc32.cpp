@@ -2,6 +2,8 @@
 
 #include <QFile>
 
+#include "platform/regularfile.h"
+
 #include <memory>
 
 #include <isa-l/crc.h>
@@ -50,4 +52,12 @@ QString Crc32::fileDigest(const QString &path)
         crc = update(crc, buffer, read);
     }
     return toDigest(crc);
+}
+
+QString Crc32::regularFileDigest(const QString &path)
+{
+    quint32 crc = 0;
+    const bool read = Platform::readRegularFile(
+        path, threadBuffer(), BufferSize, [&crc](const char *data, qint64 size) { crc = update(crc, data, size); });
+    return read ? toDigest(crc) : QString();
 }

@@ -18,4 +18,8 @@ namespace Crc32
     // The digest of a whole file, streamed through one fixed buffer, or an
     // empty string when the file cannot be opened or read.
     QString fileDigest(const QString &path);
+
+    // The same for a file that is a regular file in its own right; a link,
+    // FIFO, device or folder gives an empty string and is never read.
+    QString regularFileDigest(const QString &path);
 }

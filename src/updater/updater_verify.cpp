@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "config/settings.h"
+#include "updater/crc32.h"
 #include "updater/manifest.h"
 
 // One verification, shared by its chunks and the GUI thread.
@@ -68,20 +69,19 @@ namespace
         return QDir::toNativeSeparators(QDir::cleanPath(root + QLatin1Char('/') + relativePath));
     }
 
-    // Only a regular file is ever opened: a FIFO would block its reader for
-    // good, and a link may lead anywhere.
-    bool isPlainFile(const QFileInfo &info)
+    // Only a regular file is ever read: a FIFO would block its reader for
+    // good, and a link may lead anywhere. A file that cannot be read counts
+    // as a mismatch, like one that is not there.
+    bool isCopyValid(const QString &path, const QString &expectedChecksum)
     {
-        // The link test first: what it reads of anything but a link answers
-        // the file test too, so that costs no second look at the disk.
-        return !info.isSymLink() && info.isFile();
+        const QString digest = Crc32::regularFileDigest(path);
+        return !digest.isEmpty() && digest == expectedChecksum;
     }
 
     bool isStagedCopyValid(const QString &stagingDirectory, const QString &relativePath,
                            const QString &expectedChecksum)
     {
-        const QString path = filePath(stagingDirectory, relativePath);
-        return isPlainFile(QFileInfo(path)) && Updater::fileChecksum(path) == expectedChecksum;
+        return isCopyValid(filePath(stagingDirectory, relativePath), expectedChecksum);
     }
 
     // Whether folders of the install directory stay inside it once links
@@ -201,18 +201,10 @@ void Updater::startVerification(VerificationPlan plan)
             VerificationRun::Outcome outcome = VerificationRun::Failed;
             if (!containment->contains(path)) {
                 outcome = VerificationRun::Outside;
-            } else {
-                const QFileInfo info(path);
-                // An unreadable file fails to open and counts as a mismatch,
-                // the same outcome without asking the file system once more.
-                if (isPlainFile(info)) {
-                    const QString digest = fileChecksum(path);
-                    if (!digest.isEmpty() && digest == task.expectedChecksum)
-                        outcome = VerificationRun::Good;
-                }
-                if (outcome == VerificationRun::Failed
-                    && isStagedCopyValid(staging, task.relativePath, task.expectedChecksum))
-                    outcome = VerificationRun::Staged;
+            } else if (isCopyValid(path, task.expectedChecksum)) {
+                outcome = VerificationRun::Good;
+            } else if (isStagedCopyValid(staging, task.relativePath, task.expectedChecksum)) {
+                outcome = VerificationRun::Staged;
             }
             run->outcomes[index] = outcome;
 

@@ -1,0 +1,35 @@
+#include "platform/regularfile.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+bool Platform::readRegularFile(const QString &path, char *buffer, qint64 bufferSize,
+                               const std::function<void(const char *, qint64)> &consume)
+{
+    // O_NOFOLLOW turns a link away at the open, and O_NONBLOCK keeps a FIFO
+    // with no writer from holding the open for good; the fstat then judges
+    // what was opened. That is one look at the file instead of a stat before
+    // the open and another after it.
+    const QByteArray name = QFile::encodeName(path);
+    const int fd = ::open(name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat status;
+    bool ok = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    while (ok) {
+        const ssize_t read = ::read(fd, buffer, static_cast<size_t>(bufferSize));
+        if (read < 0 && errno == EINTR)
+            continue;
+        if (read <= 0) {
+            ok = read == 0;
+            break;
+        }
+        consume(buffer, read);
+    }
+    ::close(fd);
+    return ok;
+}
