@@ -2,11 +2,11 @@
 
 #include <QFile>
 
-#include "platform/regularfile.h"
-
 #include <memory>
 
 #include <isa-l/crc.h>
+
+#include "platform/regularfile.h"
 
 namespace
 {
