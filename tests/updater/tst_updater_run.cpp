@@ -1,12 +1,6 @@
-#include <QDirIterator>
-#include <QProcess>
-#include <QSignalSpy>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
-#include <numeric>
 
 #include "config/settings.h"
 #include "isolatedsettings.h"
@@ -17,8 +11,7 @@
 
 Q_DECLARE_METATYPE(TestHttpServer::Fault)
 
-// The engine against a real loopback server, from the check to the files in
-// the install directory, with the relocation tool run for real.
+// The engine against a loopback server, from the check to the installed files, with the real relocation tool.
 class TestUpdaterRun : public QObject
 {
     Q_OBJECT
@@ -34,24 +27,21 @@ private slots:
     void transfers_data();
     void transfers();
     void foreignFilesAreLeftAlone();
-    void refusedRuns_data();
-    void refusedRuns();
     void overlappingChecksAndLaunchers();
-    void gameRunning();
 
 private:
     using Files = QMap<QString, QByteArray>;
 
     // Published the way a patch server publishes.
     void serve(const Files &files);
-    void serveManifest(const QJsonObject &files) { m_server.setContent(ManifestPath, TestManifest::body(files)); }
-    void record(Updater *updater, QStringList *events);
     // These return the events once the outcome is known.
-    QStringList check();
-    QStringList run(int timeoutMs = 20000);
-    QStringList waitForOutcome(int timeoutMs = 20000);
+    QStringList check() { return start(&Updater::checkForUpdates); }
+    QStringList run() { return start(&Updater::startUpdate); }
+    QStringList start(void (Updater::*action)());
+    QStringList waitForOutcome();
     QByteArray installed(const QString &relativePath) const { return TestFiles::read(installPath() + relativePath); }
     QString installPath() const { return m_settings->installPath(); }
+    QString served() const { return m_dir->filePath("served"); }
     // Sorted, the manifest left out.
     QStringList fileRequests() const;
 
@@ -60,8 +50,8 @@ private:
     QTemporaryDir m_scratch;
     TestHttpServer m_server;
     std::unique_ptr<Settings> m_settings;
-    std::unique_ptr<QTemporaryDir> m_install;
-    std::unique_ptr<QTemporaryDir> m_served;
+    // The install directory and what the server publishes, new for each test.
+    std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<Updater> m_updater;
     QStringList m_events;
 };
@@ -69,9 +59,10 @@ private:
 namespace
 {
     using Fault = TestHttpServer::Fault;
-    const QStringList Installed {QStringLiteral("state:installing"), QStringLiteral("complete")};
-    const QStringList Available {QStringLiteral("available:install")};
-    const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
+    const QStringList Installed {"state:installing", "complete"};
+    const QStringList Available {"available:install"};
+    const QStringList Unusable {
+        "error:The patch server sent a list of game files that cannot be used. Please try again later."};
 
     QByteArray bytes(qsizetype size, char fill)
     {
@@ -80,80 +71,68 @@ namespace
             data[i] = static_cast<char>(i / 997);
         return data;
     }
+
+    // A run that stops with `error` while the files come in.
+    const auto failed = [](const QString &e) { return QStringList {"state:installing", "state:update", "error:" + e}; };
+
+    void record(Updater *updater, QStringList *events)
+    {
+        const auto add = [events](const QString &event) { *events << event; };
+        QObject::connect(updater, &Updater::updateAvailable, updater,
+                         [add](const QString &k) { add("available:" + k); });
+        QObject::connect(updater, &Updater::noUpdateAvailable, updater, [add] { add("none"); });
+        QObject::connect(updater, &Updater::stateChanged, updater, [add](const QString &s) { add("state:" + s); });
+        QObject::connect(updater, &Updater::downloadError, updater, [add](const QString &e) { add("error:" + e); });
+        QObject::connect(updater, &Updater::updateComplete, updater, [add] { add("complete"); });
+    }
 }
 
 void TestUpdaterRun::initTestCase()
 {
-    m_settings = std::make_unique<Settings>(
-        TestFiles::writeConfiguration(
-            m_scratch.path(),
-            {{QStringLiteral("applicationName"), QStringLiteral("Run Test")},
-             {QStringLiteral("updateUrl"), QString(m_server.baseUrl().toString() + QStringLiteral("/game"))},
-             {QStringLiteral("executableName"), QStringLiteral("rungame.bin")}}),
-        nullptr);
+    const QString url = m_server.baseUrl().toString() + "/game";
+    const QJsonObject keys {{"applicationName", "Run Test"}, {"executableName", "rungame.bin"}, {"updateUrl", url}};
+    m_settings = std::make_unique<Settings>(TestFiles::writeConfiguration(m_scratch.path(), keys), nullptr);
     // Private to the user and kept across reboots, not in the shared /tmp.
     QVERIFY(Updater::stagingDirectory().startsWith(
-        QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + QLatin1Char('/')));
-    QVERIFY(Updater::stagingDirectory().startsWith(m_isolation.home()));
+        QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + '/'));
 }
 
 void TestUpdaterRun::init()
 {
-    m_install = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("install-XXXXXX")));
-    m_served = std::make_unique<QTemporaryDir>(m_scratch.filePath(QStringLiteral("served-XXXXXX")));
-    m_settings->setInstallPath(m_install->filePath(QStringLiteral("Hollowmere Run")));
+    m_dir = std::make_unique<QTemporaryDir>(m_scratch.filePath("test-XXXXXX"));
+    m_settings->setInstallPath(m_dir->filePath("Hollowmere Run"));
     QDir(Updater::stagingDirectory()).removeRecursively();
-    m_server.setRootDirectory(QStringLiteral("/game"), m_served->path());
+    m_server.setRootDirectory("/game", served());
     m_server.reset();
     m_updater = std::make_unique<Updater>();
-    m_updater->setToolProgram(QStringLiteral(LAUNCHER_BINARY));
-    m_events.clear();
+    m_updater->setToolProgram(LAUNCHER_BINARY);
     record(m_updater.get(), &m_events);
-}
-
-void TestUpdaterRun::record(Updater *updater, QStringList *events)
-{
-    connect(updater, &Updater::updateAvailable, this,
-            [events](const QString &kind) { *events << "available:" + kind; });
-    connect(updater, &Updater::noUpdateAvailable, this, [events] { *events << QStringLiteral("none"); });
-    connect(updater, &Updater::stateChanged, this, [events](const QString &state) { *events << "state:" + state; });
-    connect(updater, &Updater::downloadError, this, [events](const QString &error) { *events << "error:" + error; });
-    connect(updater, &Updater::updateComplete, this, [events] { *events << QStringLiteral("complete"); });
 }
 
 void TestUpdaterRun::serve(const Files &files)
 {
     for (auto it = files.cbegin(); it != files.cend(); ++it)
-        QVERIFY(TestFiles::write(m_served->path() + it.key(), it.value()));
+        QVERIFY(TestFiles::write(served() + it.key(), it.value()));
     QProcess publisher;
-    publisher.start(
-        QStringLiteral(LAUNCHER_PUBLISH_BINARY),
-        {QStringLiteral("--output"), m_served->filePath(QStringLiteral("checksums.txt.gz")), m_served->path()});
+    publisher.start(LAUNCHER_PUBLISH_BINARY, {"--output", served() + "/checksums.txt.gz", served()});
     QVERIFY(publisher.waitForFinished(30000));
     QCOMPARE(publisher.exitCode(), 0);
 }
 
-QStringList TestUpdaterRun::check()
+QStringList TestUpdaterRun::start(void (Updater::*action)())
 {
     // The engine collapses checks within one second of each other.
     m_settings->setLastUpdateCheck(QString());
     m_events.clear();
-    m_updater->checkForUpdates();
+    (m_updater.get()->*action)();
     return waitForOutcome();
 }
 
-QStringList TestUpdaterRun::run(int timeoutMs)
-{
-    m_events.clear();
-    m_updater->startUpdate();
-    return waitForOutcome(timeoutMs);
-}
-
-QStringList TestUpdaterRun::waitForOutcome(int timeoutMs)
+QStringList TestUpdaterRun::waitForOutcome()
 {
     // A time-out shows as the events so far.
-    static const QRegularExpression outcome(QStringLiteral("^(none|complete|available:|error:)"));
-    static_cast<void>(QTest::qWaitFor([this] { return !m_events.filter(outcome).isEmpty(); }, timeoutMs));
+    static const QRegularExpression outcome("^(none|complete|available:|error:)");
+    static_cast<void>(QTest::qWaitFor([this] { return !m_events.filter(outcome).isEmpty(); }, 30000));
     return m_events;
 }
 
@@ -172,42 +151,34 @@ void TestUpdaterRun::installThenPatch()
     for (int i = 0; i < 400; ++i)
         files.insert(QStringLiteral("/many/f%1.bin").arg(i), bytes(100 + i, char('a' + i % 26)));
     serve(files);
-    // What a run broken off leaves: one good staged file, one partial one,
-    // and a folder of an older version where a file now goes.
-    const QString staging = Updater::stagingDirectory();
-    QVERIFY(TestFiles::write(staging + QStringLiteral("/game.bin"), bytes(300000, 'g')));
-    QVERIFY(TestFiles::write(staging + QStringLiteral("/data/maps/first map.map"), bytes(700, 'm')));
-    QVERIFY(TestFiles::write(staging + QStringLiteral("/empty.dat/old.dat"), "old"));
-    QVERIFY(!m_updater->isInstalled());
-    QList<int> counts;
-    connect(m_updater.get(), &Updater::verificationProgress, this, [&](int checked, int total) {
-        // Each count once, in order, all of them before the outcome.
-        counts << (total == files.size() && m_events.isEmpty() ? checked : -1);
+    // Left by a broken-off run: a good staged file, a partial one, and an old folder where a file now goes.
+    const QString staging = Updater::stagingDirectory(), map = "/data/maps/first map.map";
+    QVERIFY(TestFiles::write(staging + "/game.bin", bytes(300000, 'g')));
+    QVERIFY(TestFiles::write(staging + map, bytes(700, 'm')));
+    QVERIFY(TestFiles::write(staging + "/empty.dat/old.dat", "old"));
+    const int total = int(files.size());
+    int counted = 0;
+    connect(m_updater.get(), &Updater::verificationProgress, this, [&](int checked, int of) {
+        // Each count once, in order, all of them before the outcome; a slip sticks.
+        counted = checked == counted + 1 && of == total && m_events.isEmpty() ? checked : -total;
     });
     QCOMPARE(check(), Available);
-    QList<int> everyCount(files.size());
-    std::iota(everyCount.begin(), everyCount.end(), 1);
-    QCOMPARE(counts, everyCount);
+    QCOMPARE(counted, total);
 
     QCOMPARE(run(), Installed);
-    QCOMPARE(fileRequests().size(), files.size() - 1);
-    QVERIFY(!fileRequests().contains(QStringLiteral("/game/game.bin")));
+    QVERIFY(fileRequests().size() == total - 1 && !fileRequests().contains("/game/game.bin"));
     for (auto it = files.cbegin(); it != files.cend(); ++it)
         QCOMPARE(installed(it.key()), it.value());
-    QVERIFY(QFile::exists(installPath() + QStringLiteral("/.initcomplete")));
-    QVERIFY(m_updater->isInstalled());
     // Up to date now, and nothing is left staged.
     QCOMPARE(check(), QStringList {"none"});
     QCOMPARE(m_updater->installStagedFiles(), 2);
 
     // Killed between download and move: everything good is staged.
-    const QString map = QStringLiteral("/data/maps/first map.map");
     serve({{map, bytes(5500, 'M')}});
     QVERIFY(TestFiles::write(staging + map, bytes(5500, 'M')));
     QCOMPARE(check(), QStringList {"none"});
     QCOMPARE(m_updater->installStagedFiles(), 0);
     QCOMPARE(installed(map), bytes(5500, 'M'));
-    QCOMPARE(m_updater->installStagedFiles(), 2);
 
     // A patch fetches the changed file alone.
     serve({{map, bytes(6000, 'n')}});
@@ -220,143 +191,156 @@ void TestUpdaterRun::installThenPatch()
 
 void TestUpdaterRun::failedRuns_data()
 {
-    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("where"); // the server path that misbehaves, or what else is wrong
     QTest::addColumn<Fault>("fault");
-    // What the manifest says a.bin is, when not what is served; for the
-    // manifest's own rows, the manifest.
-    QTest::addColumn<QByteArray>("listed");
-    QTest::addColumn<QString>("error"); // empty: the run completes; "*": the network stack's own text
+    QTest::addColumn<QStringList>("events"); // "error:*": the network stack's own text
+    QTest::addColumn<QStringList>("next"); // what the next press brings, if one is made
+    QTest::addColumn<QByteArray>("listed"); // what the manifest says a.bin is; in the manifest's rows, the manifest
+    const auto row = [](const char *name, const QString &where, const Fault &fault, const QStringList &events,
+                        const QStringList &next = {}, const QByteArray &listed = {}) {
+        QTest::newRow(name) << where << fault << events << next << listed;
+    };
 
-    const QString file = QStringLiteral("/game/a.bin");
-    const QString network = QStringLiteral("Network error occurred");
-    const QString verification = QStringLiteral("File verification failed");
-    QTest::newRow("file not found") << file << Fault {Fault::Status, 404} << QByteArray() << "*";
-    QTest::newRow("reset in the body") << file << Fault {Fault::Reset, 0, 5000} << QByteArray() << "*";
-    QTest::newRow("short body") << file << Fault {Fault::ShortBody, 0, 5000} << QByteArray() << "*";
-    QTest::newRow("slow but steady") << file << Fault {Fault::Trickle, 0, 20000, 100} << QByteArray() << QString();
-    QTest::newRow("file stalls") << file << Fault {Fault::Stall, 0, 1000} << QByteArray() << Stalled;
-    QTest::newRow("file trickles") << file << Fault {Fault::Trickle, 0, 1, 100} << QByteArray() << Stalled;
-    QTest::newRow("checksum differs") << file << Fault() << bytes(200000, 'x') << verification;
+    const QString file = "/game/a.bin";
+    const QString stalled = "The patch server stopped sending data. Please try again later.";
+    const QString wrong = "File verification failed";
+    const QStringList network {"state:update", "error:Network error occurred"};
+    // A failed transfer keeps the queue for the next press.
+    row("file not found", file, {Fault::Status, 404}, failed("*"), Installed);
+    row("reset in the body", file, {Fault::Reset, 0, 5000}, failed("*"), Installed);
+    row("short body", file, {Fault::ShortBody, 0, 5000}, failed("*"), Installed);
+    row("slow but steady", file, {Fault::Trickle, 0, 20000, 100}, Installed);
+    row("file stalls", file, {Fault::Stall, 0, 1000}, failed(stalled), Installed);
+    row("file trickles", file, {Fault::Trickle, 0, 1, 100}, failed(stalled), Installed);
+    row("checksum differs", file, {}, {"state:installing", "error:" + wrong, "state:update"}, {}, bytes(200000, 'x'));
     // The manifest speaks of 4 KiB; the server sends on and on.
-    QTest::newRow("file longer than listed") << file << Fault() << bytes(4096, 'a') << verification;
+    row("file longer than listed", file, {}, failed(wrong), {}, bytes(4096, 'a'));
     // Stored as 0, which must not bound the transfer.
     QJsonObject textSize = TestManifest::entry(bytes(200000, 'a'));
-    textSize.insert(QStringLiteral("size"), QStringLiteral("5"));
-    QTest::newRow("size given as text") << ManifestPath << Fault()
-                                        << TestManifest::body(QJsonObject {
-                                               {QStringLiteral("/a.bin"), textSize},
-                                               {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}})
-                                        << QString();
-    QTest::newRow("manifest answers 503") << ManifestPath << Fault {Fault::Status, 503} << QByteArray() << network;
-    QTest::newRow("manifest trickles") << ManifestPath << Fault {Fault::Trickle, 0, 1, 100} << QByteArray() << network;
-    QTest::newRow("manifest held open") << ManifestPath << Fault {Fault::Stall, 0, 8} << QByteArray() << network;
-    // Whatever makes the parser give up takes one path here; the parser's
-    // own test has the many ways to get there.
-    const QString unusable
-        = QStringLiteral("The patch server sent a list of game files that cannot be used. Please try again later.");
-    QTest::newRow("manifest not framed") << ManifestPath << Fault() << QByteArray(R"({"files": {"/a.bin": {}}})")
-                                         << unusable;
-    QTest::newRow("every key refused") << ManifestPath << Fault()
-                                       << qCompress(R"({"files": {"/../a.bin": {"checksum": "0", "size": 0}}})")
-                                       << unusable;
-    QTest::newRow("manifest over 64 MiB") << ManifestPath << Fault() << QByteArray(65 * 1024 * 1024, 'x') << unusable;
+    textSize.insert("size", "5");
+    row("size given as text", ManifestPath, {}, Installed, {},
+        TestManifest::body(QJsonObject {{"/a.bin", textSize}, {"/b.bin", TestManifest::entry(bytes(1000, 'b'))}}));
+    row("manifest answers 503", ManifestPath, {Fault::Status, 503}, network);
+    row("manifest trickles", ManifestPath, {Fault::Trickle, 0, 1, 100}, network);
+    // Every way the parser gives up takes one path here; the next press asks again.
+    row("manifest not framed", ManifestPath, {}, Unusable, Unusable, R"({"files": {"/a.bin": {}}})");
+    row("every key refused", ManifestPath, {}, Unusable, Unusable,
+        qCompress(R"({"files": {"/../a.bin": {"checksum": "0", "size": 0}}})"));
+    row("manifest over 64 MiB", ManifestPath, {}, Unusable, Unusable, QByteArray(65 * 1024 * 1024, 'x'));
+    // "/c" and "/c/d.bin" cannot both be files: the run must not pass for complete without one.
+    row("file and folder of one name", ManifestPath, {}, failed("Could not create temporary file for download"), {},
+        TestManifest::body(Files {{"/c", "c"}, {"/c/d.bin", bytes(3000, 'd')}}));
+    row("disk full", "full disk", {}, failed("Failed to write download data to file"));
+    row("staging folder of another account", "foreign", {},
+        {"error:The download folder " + Updater::stagingDirectory()
+         + " cannot be used: it belongs to another account or cannot be made private."});
+    // The move failed after a good download: the next press checks again and finds all staged.
+    row("relocation tool missing", "no tool", {},
+        {"state:installing", "error:Failed to start installation process", "state:update"}, {"none"});
+    // Only this installation's game holds a run up, and only while it runs.
+    row("game running", "game", {},
+        {"error:Update cannot be performed while the game is running. Please close the game before updating."},
+        Installed);
+    row("same name elsewhere", "game elsewhere", {}, Installed);
 }
 
 void TestUpdaterRun::failedRuns()
 {
-    QFETCH(QString, path);
+    QFETCH(QString, where);
     QFETCH(Fault, fault);
+    QFETCH(QStringList, events);
+    QFETCH(QStringList, next);
     QFETCH(QByteArray, listed);
-    QFETCH(QString, error);
+    const QString staging = Updater::stagingDirectory();
+    QVERIFY(QDir().mkpath(staging));
+    const auto unmount = qScopeGuard([&] {
+        if (where == "full disk")
+            QProcess::execute("umount", {staging});
+    });
+    if ((where == "full disk"
+         && QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=100k,mode=0700", "tmpfs", staging}) != 0)
+        || (where == "foreign" && QProcess::execute("chown", {"65534", staging}) != 0))
+        QSKIP("Mounting a file system or handing a folder to another account needs root");
+    m_updater->setToolProgram(where == "no tool" ? m_scratch.filePath("no-such-tool") : LAUNCHER_BINARY);
+    QProcess game;
+    if (where.startsWith("game")) {
+        const QString folder = where == "game" ? installPath() : m_scratch.path();
+        QVERIFY(QDir().mkpath(folder) && QFile::copy(QStandardPaths::findExecutable("sleep"), folder + "/rungame.bin"));
+        game.start(folder + "/rungame.bin", {"30"});
+        QVERIFY(game.waitForStarted());
+    }
 
     m_updater->setStallTimeout(500);
     serve({{"/a.bin", bytes(200000, 'a')}, {"/b.bin", bytes(1000, 'b')}});
-    if (path == ManifestPath && !listed.isEmpty())
+    m_server.setContent("/game/c/d.bin", bytes(3000, 'd'));
+    if (where == ManifestPath && !listed.isEmpty())
         m_server.setContent(ManifestPath, listed);
     else if (!listed.isEmpty())
-        serveManifest({{QStringLiteral("/a.bin"), TestManifest::entry(listed)},
-                       {QStringLiteral("/b.bin"), TestManifest::entry(bytes(1000, 'b'))}});
-    m_server.setFault(path, fault);
-    check();
-    if (path != ManifestPath || error.isEmpty())
+        m_server.setContent(ManifestPath, TestManifest::body(Files {{"/a.bin", listed}, {"/b.bin", bytes(1000, 'b')}}));
+    m_server.setFault(where, fault);
+    if (check() == Available)
         run();
-    if (error.isEmpty()) {
-        QCOMPARE(m_events, Installed);
-        QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(200000, 'a'));
-        return;
-    }
-
-    const QString reported = m_events.filter(QRegularExpression("^error:")).value(0);
-    if (error == QLatin1String("*"))
-        QVERIFY2(reported.size() > 10 && !reported.contains(QLatin1String("verification")), qPrintable(reported));
-    else
-        QCOMPARE(reported, "error:" + error);
-    const bool unusable = path == ManifestPath && !listed.isEmpty();
-    QTRY_VERIFY(unusable || m_events.contains(QStringLiteral("state:update")));
-    QVERIFY(QFileInfo(Updater::stagingDirectory() + QStringLiteral("/a.bin")).size()
-            <= (listed.isEmpty() ? 200000 : listed.size()));
-    QVERIFY(!m_updater->isInstalled());
-    if (unusable) {
-        // The button stays usable, and a press asks the server again.
-        QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
-        m_settings->setLastUpdateCheck(QString());
-        m_updater->startUpdate();
-        QCOMPARE(checking.count(), 1);
-        return;
-    }
-    if (path == ManifestPath || !listed.isEmpty())
+    // A state said twice in a row counts once.
+    QStringList seen = m_events;
+    seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+    const qsizetype own = events.indexOf("error:*");
+    if (own >= 0 && seen.value(own).size() > 16 && !seen.value(own).contains("verification"))
+        seen[own] = events.at(own);
+    QCOMPARE(seen, events);
+    QVERIFY(QFileInfo(staging + "/a.bin").size() <= (listed.isEmpty() ? 200000 : listed.size()));
+    QCOMPARE(m_updater->isInstalled(), events == Installed);
+    game.kill();
+    game.waitForFinished();
+    if (next.isEmpty())
         return;
 
-    // The queue survives for the next click.
     m_server.clearFaults();
-    QCOMPARE(run(), Installed);
+    m_updater->setToolProgram(LAUNCHER_BINARY);
+    QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
+    QCOMPARE(run(), next);
+    QCOMPARE(checking.count(), next == Installed ? 0 : 1);
+    if (where == "no tool")
+        QCOMPARE(m_updater->installStagedFiles(), 0);
+    if (next != Unusable)
+        QCOMPARE(installed("/a.bin"), bytes(200000, 'a'));
 }
 
 void TestUpdaterRun::transfers_data()
 {
     QTest::addColumn<int>("others"); // files beside the largest, in multiples of the limit on transfers
-    QTest::addColumn<qint64>("piece");
-    QTest::addColumn<int>("intervalMs");
-    QTest::newRow("many files overlap") << 3 << qint64(10000) << 20;
-    QTest::newRow("steady") << 0 << qint64(30000) << 100;
-    // As a rate-limited server delivers: a burst a second.
-    QTest::newRow("bursts") << 0 << qint64(150000) << 1000;
+    QTest::addColumn<Fault>("delivery");
+    QTest::newRow("many files overlap") << 3 << Fault {Fault::Trickle, 0, 10000, 20};
+    QTest::newRow("bursts") << 0 << Fault {Fault::Trickle, 0, 150000, 1000}; // as a rate-limited server sends
 }
 
 void TestUpdaterRun::transfers()
 {
     QFETCH(int, others);
-    QFETCH(qint64, piece);
-    QFETCH(int, intervalMs);
+    QFETCH(Fault, delivery);
     Files files {{"/zz_largest.bin", bytes(600000, 'z')}};
     for (int i = 0; i < maxConcurrentDownloads * others; ++i)
         files.insert(QStringLiteral("/f%1.bin").arg(i), bytes(20000 + i * 1000, char('a' + i)));
     serve(files);
     qlonglong total = 0;
     for (auto it = files.cbegin(); it != files.cend(); ++it) {
-        m_server.setFault(QStringLiteral("/game") + it.key(), {Fault::Trickle, 0, piece, intervalMs});
+        m_server.setFault("/game" + it.key(), delivery);
         total += it.value().size();
     }
     check();
     m_server.resetStatistics();
     QSignalSpy overall(m_updater.get(), &Updater::overallProgress);
     QSignalSpy speed(m_updater.get(), &Updater::downloadProgress);
-    QCOMPARE(run(30000), Installed);
+    QCOMPARE(run(), Installed);
 
-    // Largest first, within the limit on transfers. The first requests go
-    // out together, each on a thread of its own, so any of them may arrive
-    // first.
-    QCOMPARE(m_server.requests().size(), files.size());
-    QVERIFY(m_server.requests().mid(0, maxConcurrentDownloads).contains(QStringLiteral("/game/zz_largest.bin")));
+    // Largest first, within the limit; the first requests go out together and may arrive in any order.
+    QVERIFY(m_server.requests().mid(0, maxConcurrentDownloads).contains("/game/zz_largest.bin"));
     QCOMPARE(m_server.maxConcurrentRequests(), qMin(maxConcurrentDownloads, int(files.size())));
-    // The circle starts at nought and moves while bytes arrive, not only at
-    // the end, and never back.
+    // The circle starts at nought and moves while bytes arrive, not only at the end, and never back.
     QCOMPARE(overall.first().first().toLongLong(), 0LL);
     qlonglong previous = 0;
     bool midway = false;
     for (const QVariantList &arguments : std::as_const(overall)) {
-        QVERIFY(arguments.at(0).toLongLong() >= previous);
-        QCOMPARE(arguments.at(1).toLongLong(), total);
+        QVERIFY(arguments.at(0).toLongLong() >= previous && arguments.at(1).toLongLong() == total);
         previous = arguments.at(0).toLongLong();
         midway |= previous > 0 && previous < total;
     }
@@ -367,142 +351,51 @@ void TestUpdaterRun::transfers()
 
 void TestUpdaterRun::foreignFilesAreLeftAlone()
 {
-    // What another account or an old version could leave in the staging
-    // folder: a link to someone's file, a file the manifest never named, and
-    // pipes that block whoever reads them; and a folder that leads out of
-    // the install directory.
-    const QString staging = Updater::stagingDirectory();
-    const QString victim = m_scratch.filePath(QStringLiteral("victim.txt"));
-    const QString outside = m_scratch.filePath(QStringLiteral("outside"));
-    QVERIFY(TestFiles::write(victim, "precious"));
-    QVERIFY(TestFiles::write(outside + QStringLiteral("/x.bin"), "mine"));
-    QVERIFY(TestFiles::write(staging + QStringLiteral("/planted.exe"), "planted"));
-    QVERIFY(QFile::link(victim, staging + QStringLiteral("/a.bin")));
-    QVERIFY(QDir().mkpath(installPath()));
-    QVERIFY(QFile::link(outside, installPath() + QStringLiteral("/data")));
-    for (const QString &fifo : {QString(staging + "/b.bin"), QString(installPath() + "/b.bin")})
-        QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {fifo}), 0);
+    // Left by another account or an old version: a link to someone's file, a file no manifest named,
+    // pipes that block their reader, and a folder that leads out of the install directory.
+    const QString staging = Updater::stagingDirectory(), victim = m_scratch.filePath("victim.txt"),
+                  outside = m_scratch.filePath("outside");
+    QVERIFY(TestFiles::write(victim, "precious") && TestFiles::write(outside + "/x.bin", "mine"));
+    QVERIFY(TestFiles::write(staging + "/planted.exe", "planted") && QFile::link(victim, staging + "/a.bin"));
+    QVERIFY(QDir().mkpath(installPath()) && QFile::link(outside, installPath() + "/data"));
+    for (const QString &fifo : QStringList {staging + "/b.bin", installPath() + "/b.bin"})
+        QCOMPARE(QProcess::execute("mkfifo", {fifo}), 0);
 
     // Keys that climb out of the install directory are never fetched.
     const Files files {{"/a.bin", bytes(1000, 'a')}, {"/b.bin", bytes(2000, 'b')}, {"/data/x.bin", bytes(100, 'x')}};
     serve(files);
-    QJsonObject entries;
+    Files listed = files;
     for (const char *key : {"/../escape.txt", "/sub/../../escape2.txt", "C:/escape3.txt", "//escape4.txt", "/"})
-        entries.insert(QLatin1String(key), TestManifest::entry("owned"));
-    for (auto it = files.cbegin(); it != files.cend(); ++it)
-        entries.insert(it.key(), TestManifest::entry(it.value()));
-    serveManifest(entries);
-    m_server.setContent(QStringLiteral("/escape.txt"), "owned");
+        listed.insert(key, "owned");
+    m_server.setContent(ManifestPath, TestManifest::body(listed));
 
-    QSignalSpy started(m_updater.get(), &Updater::verificationStarted);
-    check();
-    QTRY_COMPARE(m_events.size(), 2);
-    QCOMPARE(m_events.first(), QStringLiteral("available:install"));
-    QVERIFY2(m_events.at(1).contains(QLatin1String("/data/x.bin")), qPrintable(m_events.at(1)));
-    QCOMPARE(started.first().first().toInt(), int(files.size()));
+    const QStringList events = check();
+    QVERIFY2(events.size() == 2 && events.first() == Available.first() && events.last().contains("/data/x.bin"),
+             qPrintable(events.join(" | ")));
     QCOMPARE(run(), Installed);
     QCOMPARE(fileRequests(), (QStringList {"/game/a.bin", "/game/b.bin"}));
-    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(1000, 'a'));
-    QCOMPARE(installed(QStringLiteral("/b.bin")), bytes(2000, 'b'));
-    QCOMPARE(TestFiles::read(victim), QByteArray("precious"));
-    QCOMPARE(TestFiles::read(outside + QStringLiteral("/x.bin")), QByteArray("mine"));
-    QVERIFY(!QFileInfo::exists(installPath() + QStringLiteral("/planted.exe")));
-    const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
-        | QFile::WriteOther | QFile::ExeOther;
-    QCOMPARE(QFileInfo(staging).permissions() & others, QFile::Permissions());
-    QDirIterator it(m_scratch.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        QVERIFY2(!QFileInfo(it.next()).fileName().startsWith(QLatin1String("escape")), qPrintable(it.filePath()));
-}
-
-void TestUpdaterRun::refusedRuns_data()
-{
-    QTest::addColumn<QString>("cause");
-    QTest::addColumn<QStringList>("events");
-
-    const QString installing = QStringLiteral("state:installing");
-    const QString update = QStringLiteral("state:update");
-    // "/c" and "/c/d.bin" cannot both be files: the run must not pass for
-    // complete without one of them.
-    QTest::newRow("file and folder of one name")
-        << "clash" << QStringList {installing, update, "error:Could not create temporary file for download"};
-    QTest::newRow("disk full") << "full disk"
-                               << QStringList {installing, update, "error:Failed to write download data to file"};
-    QTest::newRow("staging folder of another account")
-        << "foreign"
-        << QStringList {"error:The download folder " + Updater::stagingDirectory()
-                        + " cannot be used: it belongs to another account or cannot be made private."};
-    QTest::newRow("relocation tool missing")
-        << "no tool" << QStringList {installing, "error:Failed to start installation process", update};
-}
-
-void TestUpdaterRun::refusedRuns()
-{
-    QFETCH(QString, cause);
-    QFETCH(QStringList, events);
-    const QString staging = Updater::stagingDirectory();
-    QVERIFY(QDir().mkpath(staging));
-    if ((cause == QLatin1String("full disk") || cause == QLatin1String("foreign"))
-        && QFileInfo(m_scratch.path()).ownerId() != 0)
-        QSKIP("Mounting a file system or handing a folder to another account needs root");
-    bool mounted = false;
-    const auto unmount = qScopeGuard([&] {
-        if (mounted)
-            QProcess::execute(QStringLiteral("umount"), {staging});
-    });
-    if (cause == QLatin1String("full disk")) {
-        mounted
-            = QProcess::execute(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "size=1m,mode=0700", "tmpfs", staging})
-            == 0;
-        if (!mounted)
-            QSKIP("This system does not let a test mount a file system");
-    }
-    if (cause == QLatin1String("foreign"))
-        QCOMPARE(QProcess::execute(QStringLiteral("chown"), {QStringLiteral("65534"), staging}), 0);
-    if (cause == QLatin1String("no tool"))
-        m_updater->setToolProgram(m_scratch.filePath(QStringLiteral("no-such-tool")));
-    serve({{"/c/d.bin", bytes(3000, 'd')}, {"/a.bin", bytes(3 * 1024 * 1024, 'a')}});
-    if (cause == QLatin1String("clash")) {
-        m_server.setContent(QStringLiteral("/game/c"), bytes(10, 'c'));
-        serveManifest({{QStringLiteral("/c"), TestManifest::entry(bytes(10, 'c'))},
-                       {QStringLiteral("/c/d.bin"), TestManifest::entry(bytes(3000, 'd'))}});
-    }
-    check();
-    m_server.resetStatistics();
-    run();
-    QTRY_COMPARE(m_events, events);
-    QVERIFY(!m_updater->isInstalled());
-    if (cause == QLatin1String("foreign"))
-        QVERIFY(fileRequests().isEmpty());
-    if (cause != QLatin1String("no tool"))
-        return;
-
-    // The move failed after a good download: the next press checks again.
-    m_updater->setToolProgram(QStringLiteral(LAUNCHER_BINARY));
-    QSignalSpy checking(m_updater.get(), &Updater::checkingForUpdates);
-    m_settings->setLastUpdateCheck(QString());
-    QCOMPARE(run(), QStringList {"none"});
-    QCOMPARE(checking.count(), 1);
-    QCOMPARE(m_updater->installStagedFiles(), 0);
-    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(3 * 1024 * 1024, 'a'));
+    QCOMPARE(installed("/a.bin"), files["/a.bin"]);
+    QCOMPARE(installed("/b.bin"), files["/b.bin"]);
+    QCOMPARE(TestFiles::read(victim) + TestFiles::read(outside + "/x.bin"), QByteArray("preciousmine"));
+    QVERIFY(!QFileInfo::exists(installPath() + "/planted.exe"));
+    QCOMPARE(QFileInfo(staging).permissions().toInt() & 0x77, 0); // nothing for group or others
 }
 
 void TestUpdaterRun::overlappingChecksAndLaunchers()
 {
     serve({{"/a.bin", bytes(100000, 'a')}});
-    // The first check's manifest is slow and would land in the middle of
-    // the run that the second check allows.
+    // The first check's manifest is slow and would land in the run that the second check allows.
     m_server.setFault(ManifestPath, {Fault::Trickle, 0, 20, 300});
     m_settings->setLastUpdateCheck(QString());
     m_updater->checkForUpdates();
     QTRY_VERIFY(m_server.requests().contains(ManifestPath));
     // The newer check is redirected: it is known by its request, not its address.
     m_server.clearFaults();
-    m_server.setContent(QStringLiteral("/game/mirror.dat"), TestFiles::read(m_served->filePath("checksums.txt.gz")));
-    m_server.setRedirect(ManifestPath, QStringLiteral("/game/mirror.dat"));
+    m_server.setContent("/game/mirror.dat", TestFiles::read(served() + "/checksums.txt.gz"));
+    m_server.setRedirect(ManifestPath, "/game/mirror.dat");
     QCOMPARE(check(), Available);
     m_server.resetStatistics();
-    m_server.setFault(QStringLiteral("/game/a.bin"), {Fault::Trickle, 0, 10000, 300});
+    m_server.setFault("/game/a.bin", {Fault::Trickle, 0, 10000, 300});
     m_events.clear();
     m_updater->startUpdate();
 
@@ -514,40 +407,11 @@ void TestUpdaterRun::overlappingChecksAndLaunchers()
     second.checkForUpdates();
     QTRY_COMPARE(events, Available);
     second.startUpdate();
-    QCOMPARE(events.size(), 2);
-    QVERIFY2(events.last().contains(QLatin1String("another launcher")), qPrintable(events.last()));
+    QVERIFY2(events.size() == 2 && events.last().contains("another launcher"), qPrintable(events.join(" | ")));
 
     QCOMPARE(waitForOutcome(), Installed);
-    QCOMPARE(m_server.requests().count(QStringLiteral("/game/a.bin")), 1);
-    QCOMPARE(installed(QStringLiteral("/a.bin")), bytes(100000, 'a'));
-}
-
-void TestUpdaterRun::gameRunning()
-{
-    serve({{"/a.bin", bytes(1000, 'a')}});
-    const QString sleep = QStandardPaths::findExecutable(QStringLiteral("sleep"));
-    const QString game = installPath() + QStringLiteral("/rungame.bin");
-    const QString other = m_scratch.filePath(QStringLiteral("rungame.bin"));
-    QVERIFY(QDir().mkpath(installPath()));
-    QVERIFY(QFile::copy(sleep, game) && QFile::copy(sleep, other));
-    // The same name started from elsewhere is not this installation's game.
-    QProcess otherGame;
-    otherGame.start(other, {QStringLiteral("30")});
-    QVERIFY(otherGame.waitForStarted());
-    QVERIFY(!m_updater->isGameRunning());
-    otherGame.kill();
-    otherGame.waitForFinished();
-    QProcess process;
-    process.start(game, {QStringLiteral("30")});
-    QVERIFY(process.waitForStarted());
-    QVERIFY(m_updater->isGameRunning());
-    check();
-    QCOMPARE(run(),
-             QStringList {"error:Update cannot be performed while the game is running. Please close the game "
-                          "before updating."});
-    process.kill();
-    process.waitForFinished();
-    QVERIFY(!m_updater->isGameRunning());
+    QCOMPARE(m_server.requests().count("/game/a.bin"), 1);
+    QCOMPARE(installed("/a.bin"), bytes(100000, 'a'));
 }
 
 QTEST_GUILESS_MAIN(TestUpdaterRun)
