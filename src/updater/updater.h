@@ -12,6 +12,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QThreadPool>
 #include <QUrl>
 
 #include <memory>
@@ -35,6 +36,15 @@ struct ActiveDownload
     // CRC-32 of the bytes written so far; the finished file is judged by it
     // instead of being read back from the disk.
     quint32 crc = 0;
+};
+
+// A staged file opened for writing, or why it could not be.
+struct StagedFile
+{
+    QFile *file = nullptr;
+    QString error;
+    // Made by this open, so that giving it up can take it away again.
+    bool created = false;
 };
 
 // A transfer deferred because every slot was taken.
@@ -142,6 +152,9 @@ private:
     void handleVerificationFinished();
     void announceProgress(const std::shared_ptr<VerificationRun> &run);
     void startFileDownload(const QUrl &url, const QString &fileName);
+    StagedFile takeStagedFile(const QString &stagedPath);
+    void openFilesAhead();
+    void discardFilesOpenedAhead();
     void writeReceivedData(QNetworkReply *reply);
     void handleFileFinished(QNetworkReply *reply);
     void handleFileFailure(QNetworkReply *reply);
@@ -193,6 +206,11 @@ private:
     bool updating = false;
     bool recheckRequired = false;
     QMap<QNetworkReply *, ActiveDownload> activeDownloads;
+    // The staged files of the next transfers in the queue, by staged path,
+    // created on threads of their own: creating a file can take longer than
+    // fetching it, and on the GUI thread every transfer would wait for it.
+    QHash<QString, QFuture<StagedFile>> filesOpenedAhead;
+    QThreadPool stagingPool;
     QList<PendingDownload> pendingDownloads;
     QMap<QString, qint64> fileBytesReceived;
     qint64 bytesDownloaded = 0;

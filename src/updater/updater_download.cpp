@@ -5,7 +5,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QThread>
 #include <QTimer>
+#include <QtConcurrent>
 
 #include <limits>
 #include <memory>
@@ -32,8 +34,36 @@ namespace
         return buffer.get();
     }
 
+    // How many staged files of the queue are created ahead of their transfer.
+    const int OpenedAhead = 8;
+
     const QString NotStaged = QStringLiteral("Could not create temporary file for download");
     const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
+
+    QString stagedPathOf(const QString &fileName)
+    {
+        return Updater::stagingDirectory() + QLatin1Char('/')
+            + (fileName.startsWith(QLatin1Char('/')) ? fileName.mid(1) : fileName);
+    }
+
+    // Opens the staged file for writing and hands it to `owner`, the thread
+    // that writes it. Opened ahead of its transfer, the file keeps what an
+    // earlier attempt left until its turn comes: a run that ends before then
+    // must not have destroyed anything.
+    StagedFile openStagedFile(const QString &stagedPath, QThread *owner, bool ahead)
+    {
+        if (!QDir().mkpath(QFileInfo(stagedPath).absolutePath()))
+            return {nullptr, QStringLiteral("Could not create directory path for download")};
+        const QFileInfo info(stagedPath);
+        auto *file = new QFile(stagedPath);
+        const bool created = !info.exists();
+        if (info.isSymLink() || !file->open(ahead ? QIODevice::ReadWrite : QIODevice::WriteOnly)) {
+            delete file;
+            return {nullptr, NotStaged};
+        }
+        file->moveToThread(owner);
+        return {file, QString(), created};
+    }
 }
 
 void Updater::startUpdate()
@@ -100,7 +130,7 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
     }
 
     // Asked for first: the network thread sends the request while this one
-    // creates the file, which with many small files is half of the time.
+    // takes the file.
     QNetworkReply *reply = transferManager()->get(makeRequest(url));
     reply->setReadBufferSize(ReplyBufferBytes);
     const auto dropReply = [reply] {
@@ -109,23 +139,13 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
         reply->deleteLater();
     };
 
-    const QString relative = fileName.startsWith(QLatin1Char('/')) ? fileName.mid(1) : fileName;
-    const QString stagedPath = stagingDirectory() + QLatin1Char('/') + relative;
-    if (!QDir().mkpath(QFileInfo(stagedPath).absolutePath())) {
+    const StagedFile staged = takeStagedFile(stagedPathOf(fileName));
+    if (!staged.file) {
         dropReply();
-        failRun(QStringLiteral("Could not create directory path for download"));
+        failRun(staged.error);
         return;
     }
-
-    // Truncates what an earlier attempt left: transfers never resume. A run
-    // with a file missing must not end as complete.
-    auto *file = new QFile(stagedPath);
-    if (QFileInfo(stagedPath).isSymLink() || !file->open(QIODevice::WriteOnly)) {
-        delete file;
-        dropReply();
-        failRun(NotStaged);
-        return;
-    }
+    QFile *file = staged.file;
 
     const QJsonObject entry = manifest.value(fileName).toObject();
     const QString checksum = entry.value(QLatin1String("checksum")).toString();
@@ -138,6 +158,44 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
             [this, reply](qint64 bytesReceived, qint64) { handleFileProgress(reply, bytesReceived); });
     connect(reply, &QNetworkReply::finished, this, [this, reply] { handleFileFinished(reply); });
     watchTransfer(reply);
+    openFilesAhead();
+}
+
+StagedFile Updater::takeStagedFile(const QString &stagedPath)
+{
+    const auto ahead = filesOpenedAhead.find(stagedPath);
+    if (ahead != filesOpenedAhead.end()) {
+        const StagedFile staged = ahead->result();
+        filesOpenedAhead.erase(ahead);
+        // Transfers never resume: what an earlier attempt left goes now.
+        if (staged.file && staged.file->resize(0))
+            return staged;
+        delete staged.file;
+    }
+    return openStagedFile(stagedPath, thread(), false);
+}
+
+void Updater::openFilesAhead()
+{
+    // The queue is fetched in order, so its next entries are the next files.
+    const qsizetype end = qMin<qsizetype>(currentFileIndex + OpenedAhead, filesToDownload.size());
+    for (qsizetype i = currentFileIndex; i < end; ++i) {
+        const QString stagedPath = stagedPathOf(filesToDownload.at(i));
+        if (!filesOpenedAhead.contains(stagedPath))
+            filesOpenedAhead.insert(stagedPath,
+                                    QtConcurrent::run(&stagingPool, openStagedFile, stagedPath, thread(), true));
+    }
+}
+
+void Updater::discardFilesOpenedAhead()
+{
+    for (QFuture<StagedFile> &ahead : filesOpenedAhead) {
+        const StagedFile staged = ahead.result();
+        if (staged.file && staged.created)
+            staged.file->remove();
+        delete staged.file;
+    }
+    filesOpenedAhead.clear();
 }
 
 QNetworkAccessManager *Updater::transferManager()

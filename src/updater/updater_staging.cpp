@@ -43,6 +43,9 @@ bool Updater::lockStaging()
 
 void Updater::unlockStaging()
 {
+    // Files being created ahead must not outlive the lock that lets this
+    // launcher alone write the staging directory.
+    discardFilesOpenedAhead();
     stagingLock.reset();
 }
 

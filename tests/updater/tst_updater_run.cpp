@@ -26,6 +26,7 @@ private slots:
     void failedRuns();
     void transfers_data();
     void transfers();
+    void queueBehindAFailure();
     void foreignFilesAreLeftAlone();
     void overlappingChecksAndLaunchers();
 
@@ -347,6 +348,27 @@ void TestUpdaterRun::transfers()
     QVERIFY(midway);
     QVERIFY(
         std::any_of(speed.cbegin(), speed.cend(), [](const QVariantList &a) { return a.first().toLongLong() > 0; }));
+}
+
+void TestUpdaterRun::queueBehindAFailure()
+{
+    // The largest file fails at once; a long queue of slow small files waits behind it.
+    Files files {{"/a.bin", bytes(200000, 'a')}};
+    for (int i = 0; i < 40; ++i)
+        files.insert(QStringLiteral("/q/%1.bin").arg(i, 2, 10, QChar('0')), bytes(1000, 'q'));
+    serve(files);
+    for (auto it = std::next(files.cbegin()); it != files.cend(); ++it)
+        m_server.setFault("/game" + it.key(), {Fault::Trickle, 0, 100, 100});
+    m_server.setFault("/game/a.bin", {Fault::Status, 404});
+    QCOMPARE(check(), Available);
+    const QStringList events = run();
+    QVERIFY2(events.size() == 3 && events.last().startsWith("error:") && failed("").mid(0, 2) == events.mid(0, 2),
+             qPrintable(events.join(" | ")));
+
+    // The slots beside the largest file took the first of the queue; nothing of the rest is staged.
+    const QString staging = Updater::stagingDirectory();
+    for (auto it = std::next(files.cbegin(), maxConcurrentDownloads); it != files.cend(); ++it)
+        QVERIFY2(!QFileInfo::exists(staging + it.key()), qPrintable(it.key()));
 }
 
 void TestUpdaterRun::foreignFilesAreLeftAlone()
