@@ -4,6 +4,7 @@
 #include <QJsonParseError>
 #include <QSet>
 
+#include <algorithm>
 #include <limits>
 
 #include <zlib.h>
@@ -14,6 +15,7 @@ namespace
     const qsizetype HeaderSize = 4;
     const qsizetype InflateStep = 256 * 1024;
     const qsizetype MaxRemovalsInPlace = 64;
+    const qsizetype ExpectedRatio = 16;
 }
 
 std::optional<QByteArray> Manifest::uncompress(const QByteArray &data, qsizetype limit)
@@ -32,7 +34,11 @@ std::optional<QByteArray> Manifest::uncompress(const QByteArray &data, qsizetype
     stream.next_in = const_cast<Bytef *>(bytes + HeaderSize);
     stream.avail_in = static_cast<uInt>(data.size() - HeaderSize);
 
+    // The declared length is right in the normal case: one allocation
+    // instead of a growing array. It comes from the server, though, so it
+    // is believed only as far as text usually compresses.
     QByteArray out;
+    out.reserve(std::min({qsizetype(declared) + 1, data.size() * ExpectedRatio, limit}));
     int status = Z_OK;
     while (status == Z_OK) {
         if (out.size() >= limit) {
