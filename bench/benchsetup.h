@@ -77,7 +77,10 @@ namespace BenchSetup
     inline QString writeConfiguration(const QString &directory, const QUrl &server)
     {
         const QJsonObject configuration {
-            {QStringLiteral("version"), QStringLiteral("dev")},
+            // A released version: the launcher asks the server for its own
+            // version first, before any check, as a shipped one does.
+            {QStringLiteral("version"), QStringLiteral("1.0.0")},
+            {QStringLiteral("launcherUpdateUrl"), QString(server.toString() + QStringLiteral("/launcher.json"))},
             {QStringLiteral("applicationName"), QStringLiteral("Bench")},
             {QStringLiteral("companyName"), QStringLiteral("Brindlewood Works")},
             {QStringLiteral("manifestFile"), QStringLiteral("checksums.txt.gz")},
