@@ -34,8 +34,6 @@ namespace
         return buffer.get();
     }
 
-    // How many staged files of the queue are created ahead of their transfer.
-    const int OpenedAhead = 8;
 
     const QString NotStaged = QStringLiteral("Could not create temporary file for download");
     const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
@@ -178,7 +176,9 @@ StagedFile Updater::takeStagedFile(const QString &stagedPath)
 void Updater::openFilesAhead()
 {
     // The queue is fetched in order, so its next entries are the next files.
-    const qsizetype end = qMin<qsizetype>(currentFileIndex + OpenedAhead, filesToDownload.size());
+    // Two for each transfer slot keep a slot from waiting; more would only
+    // lengthen the wait for them when a run fails.
+    const qsizetype end = qMin<qsizetype>(currentFileIndex + 2 * maxConcurrentDownloads, filesToDownload.size());
     for (qsizetype i = currentFileIndex; i < end; ++i) {
         const QString stagedPath = stagedPathOf(filesToDownload.at(i));
         if (!filesOpenedAhead.contains(stagedPath))
