@@ -7,7 +7,7 @@
 #include <QFileInfo>
 #include <QThread>
 #include <QTimer>
-#include <QtConcurrent>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <limits>
 #include <memory>
@@ -33,7 +33,6 @@ namespace
         static std::unique_ptr<char[]> buffer(new char[WriteBatchBytes]);
         return buffer.get();
     }
-
 
     const QString NotStaged = QStringLiteral("Could not create temporary file for download");
     const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
@@ -189,7 +188,7 @@ void Updater::openFilesAhead()
 
 void Updater::discardFilesOpenedAhead()
 {
-    for (QFuture<StagedFile> &ahead : filesOpenedAhead) {
+    for (const QFuture<StagedFile> &ahead : std::as_const(filesOpenedAhead)) {
         const StagedFile staged = ahead.result();
         if (staged.file && staged.created)
             staged.file->remove();
