@@ -37,9 +37,9 @@ namespace
     const QString NotStaged = QStringLiteral("Could not create temporary file for download");
     const QString Stalled = QStringLiteral("The patch server stopped sending data. Please try again later.");
 
-    QString stagedPathOf(const QString &fileName)
+    QString stagedPathOf(const QString &stagingDirectory, const QString &fileName)
     {
-        return Updater::stagingDirectory() + QLatin1Char('/')
+        return stagingDirectory + QLatin1Char('/')
             + (fileName.startsWith(QLatin1Char('/')) ? fileName.mid(1) : fileName);
     }
 
@@ -49,9 +49,9 @@ namespace
     // must not have destroyed anything.
     StagedFile openStagedFile(const QString &stagedPath, QThread *owner, bool ahead)
     {
-        if (!QDir().mkpath(QFileInfo(stagedPath).absolutePath()))
-            return {nullptr, QStringLiteral("Could not create directory path for download")};
         const QFileInfo info(stagedPath);
+        if (!QDir().mkpath(info.absolutePath()))
+            return {nullptr, QStringLiteral("Could not create directory path for download")};
         auto *file = new QFile(stagedPath);
         const bool created = !info.exists();
         if (info.isSymLink() || !file->open(ahead ? QIODevice::ReadWrite : QIODevice::WriteOnly)) {
@@ -136,7 +136,7 @@ void Updater::startFileDownload(const QUrl &url, const QString &fileName)
         reply->deleteLater();
     };
 
-    const StagedFile staged = takeStagedFile(stagedPathOf(fileName));
+    const StagedFile staged = takeStagedFile(stagedPathOf(stagingDirectory(), fileName));
     if (!staged.file) {
         dropReply();
         failRun(staged.error);
@@ -176,10 +176,12 @@ void Updater::openFilesAhead()
 {
     // The queue is fetched in order, so its next entries are the next files.
     // Two for each transfer slot keep a slot from waiting; more would only
-    // lengthen the wait for them when a run fails.
+    // lengthen the wait for them when a run fails. The staging directory is
+    // asked for once: settings and system paths cost more than the rest.
     const qsizetype end = qMin<qsizetype>(currentFileIndex + 2 * maxConcurrentDownloads, filesToDownload.size());
+    const QString staging = stagingDirectory();
     for (qsizetype i = currentFileIndex; i < end; ++i) {
-        const QString stagedPath = stagedPathOf(filesToDownload.at(i));
+        const QString stagedPath = stagedPathOf(staging, filesToDownload.at(i));
         if (!filesOpenedAhead.contains(stagedPath))
             filesOpenedAhead.insert(stagedPath,
                                     QtConcurrent::run(&stagingPool, openStagedFile, stagedPath, thread(), true));
