@@ -2,18 +2,6 @@
 
 #include "support/testfiles.h"
 
-// Runs the real launcher executable in its relocation mode on temporary trees.
-class TestRelocate : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void relocate_data();
-    void relocate();
-    void interrupted_data();
-    void interrupted();
-};
-
 namespace
 {
     // Trees list "dir/" (empty), "path=content", "path->target" (a link, target relative to the root) and
@@ -51,140 +39,131 @@ namespace
     }
 }
 
-void TestRelocate::relocate_data()
+// Runs the real launcher executable in its relocation mode on temporary trees.
+class TestRelocate : public QObject
 {
-    QTest::addColumn<QString>("tree");
-    QTest::addColumn<QString>("arguments"); // %r: the root, also the working directory; '': empty
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("treeAfter");
+    Q_OBJECT
 
-    const auto in = [](QString dir, QString tree) -> QString { return dir + '/' + tree.replace(' ', ' ' + dir + '/'); };
-    // A file, a nested one, an empty one, a dot-file and an empty directory.
-    const QString game = QStringLiteral("x.exe=x data/maps/a=A data/empty/ .init=");
-    const QString emptied = QStringLiteral("staging/data/empty/ staging/data/maps/ ");
-    const QString toGame = QStringLiteral("--source %r/staging --dest %r/game");
-
-    QTest::newRow("relative paths, into a missing target with its parents")
-        << in("staging", game) << "--source staging --dest new/deep/game" << 0 << emptied + in("new/deep/game", game);
-    QTest::newRow("values after '=', quotes in paths, over an existing target")
-        << in("staging", game) + R"( ""/x.exe=old ""/saved.cfg=mine)"
-        << R"(--source=%r/staging --dest=%r/"")" << 0 << emptied + in(R"("")", game) + R"( ""/saved.cfg=mine)";
-    QTest::newRow("ignore matches exact relative paths, directories not pruned")
-        << "staging/config= staging/sub/config= staging/sub/skip= staging/sub/other= staging/q= staging/lonely/"
-        << toGame + R"( --ignore config,sub/skip,sub\other,"q",lonely,sub)" << 0
-        << "staging/config= staging/lonely/ staging/sub/skip= game/q= game/sub/config= game/sub/other=";
-    QTest::newRow("links and pipes stay behind and fail the move")
-        << "staging/a=1 staging/sub/b=2 staging/link->staging/a staging/dirlink->staging/sub staging/pipe|" << toGame
-        << 1 << "staging/link->staging/a staging/dirlink->staging/sub staging/pipe| staging/sub/ game/a=1 game/sub/b=2";
-    QTest::newRow("a link in the destination carries nothing out")
-        << "staging/data/x=new staging/y=2 game/data->outside outside/x=mine" << toGame << 1
-        << "staging/data/x=new game/data->outside game/y=2 outside/x=mine";
-
-    // Refused, or a wrong command line: nothing is touched.
-    const QString nested = QStringLiteral("game/file=x game/sub/deep=y link->game");
-    const auto refuse
-        = [&](const char *name, const char *args) { QTest::newRow(name) << nested << args << 1 << nested; };
-    refuse("the same directory, spelt differently", "--source %r/game --dest %r/x/../game/");
-    refuse("a destination inside the source", "--source %r/game --dest %r/game/sub/new");
-    refuse("a source inside the destination", "--source %r/game/sub --dest %r/game");
-    refuse("a link into the source", "--source %r/game --dest %r/link/new");
-    refuse("unknown option", "--frobnicate --source %r/game --dest %r/new");
-    refuse("missing value", "--source %r/game --dest");
-
-    const QString installed = in("game", "x.exe=x a/b/c/deep.txt=y a/empty/ .init= a/.hid=z");
-    QTest::newRow("an empty destination deletes the tree, dot-files, links and pipes, never what links lead to")
-        << installed + " game/dirlink->outside game/filelink->outside/keep game/pipe| outside/keep=x"
-        << "--source %r/game --dest ''" << 0 << "outside/keep=x";
-    QTest::newRow("an ignored file stays and fails the delete")
-        << installed << "--source %r/game --dest '' --ignore a/b/c/deep.txt" << 1 << "game/a/b/c/deep.txt=y";
-    QTest::newRow("deleting a missing source fails") << QString() << "--source %r/game --dest ''" << 1 << QString();
-}
-
-void TestRelocate::relocate()
-{
-    QFETCH(QString, tree);
-    QFETCH(QString, arguments);
-    QFETCH(int, exitCode);
-    QFETCH(QString, treeAfter);
-
-    // An elevated run finds no display; the tool must not need one.
-    for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-        qunsetenv(name);
-    QTemporaryDir root;
-    makeTree(root.path(), tree.split(' ', Qt::SkipEmptyParts));
-    QVERIFY(QDir::setCurrent(root.path()));
-    const QStringList argumentList
-        = arguments.replace("%r", root.path()).split(' ').replaceInStrings(QRegularExpression("^''$"), QString());
-    QCOMPARE(QProcess::execute(QStringLiteral(LAUNCHER_BINARY), argumentList), exitCode);
-    QStringList expected = treeAfter.split(' ', Qt::SkipEmptyParts);
-    expected.sort();
-    QCOMPARE(readTree(root.path()), expected);
-}
-
-void TestRelocate::interrupted_data()
-{
-    QTest::addColumn<int>("filesMoved"); // interrupt once this many have left the source; -1: once one is being copied
-    QTest::addColumn<bool>("closeInput"); // ask to stop by closing stdin instead of killing
-
-    QTest::newRow("killed while the first file is copied") << -1 << false;
-    QTest::newRow("killed after one file") << 1 << false;
-    QTest::newRow("told to stop after one file") << 1 << true;
-}
-
-void TestRelocate::interrupted()
-{
-    QFETCH(int, filesMoved);
-    QFETCH(bool, closeInput);
-
-    // Large files cross from a tmpfs to the disk, so that the tool is caught in the middle of the move.
-    QTemporaryDir memory(QStringLiteral("/dev/shm/tst_app_relocate-XXXXXX"));
-    QTemporaryDir disk;
-    if (!memory.isValid() || QStorageInfo(memory.path()).rootPath() == QStorageInfo(disk.path()).rootPath())
-        QSKIP("No /dev/shm on a file system of its own to move from");
-    const QDir source(memory.path()), dest(disk.path());
-    const QStringList paths {"a.pak", "b.pak", "c.pak", "run"};
-    // What a missing file reads as, never a content: an empty target is broken.
-    const QByteArray missing = TestFiles::read(dest.filePath(QStringLiteral("absent")));
-    QByteArrayList content, old;
-    for (int i = 0; i < paths.size(); ++i) {
-        content << QByteArray((24 + 8 * i) << 20, Qt::Uninitialized);
-        QRandomGenerator(quint32(i)).fillRange(reinterpret_cast<quint32 *>(content[i].data()), content[i].size() / 4);
-        old << (i % 2 ? missing : QByteArray(1 << 20, 'o')); // every other target is replaced
-        QVERIFY(TestFiles::write(source.filePath(paths[i]), content[i])
-                && (i % 2 || TestFiles::write(dest.filePath(paths[i]), old[i])));
+private slots:
+    void relocate_data()
+    {
+        QTest::addColumn<QString>("tree");
+        QTest::addColumn<QString>("arguments"); // %r: the root, also the working directory; '': empty
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("treeAfter");
+        const auto in
+            = [](QString dir, QString tree) -> QString { return dir + '/' + tree.replace(' ', ' ' + dir + '/'); };
+        // A file, a nested one, an empty one, a dot-file and an empty directory.
+        const QString game = QStringLiteral("x.exe=x data/maps/a=A data/empty/ .init=");
+        const QString emptied = QStringLiteral("staging/data/empty/ staging/data/maps/ ");
+        const QString toGame = QStringLiteral("--source %r/staging --dest %r/game");
+        QTest::newRow("relative paths, into a missing target with its parents")
+            << in("staging", game) << "--source staging --dest new/deep/game" << 0
+            << emptied + in("new/deep/game", game);
+        QTest::newRow("values after '=', quotes in paths, over an existing target")
+            << in("staging", game) + R"( ""/x.exe=old ""/saved.cfg=mine)"
+            << R"(--source=%r/staging --dest=%r/"")" << 0 << emptied + in(R"("")", game) + R"( ""/saved.cfg=mine)";
+        QTest::newRow("ignore matches exact relative paths, directories not pruned")
+            << "staging/config= staging/sub/config= staging/sub/skip= staging/sub/other= staging/q= staging/lonely/"
+            << toGame + R"( --ignore config,sub/skip,sub\other,"q",lonely,sub)" << 0
+            << "staging/config= staging/lonely/ staging/sub/skip= game/q= game/sub/config= game/sub/other=";
+        QTest::newRow("links and pipes stay behind and fail the move")
+            << "staging/a=1 staging/sub/b=2 staging/link->staging/a staging/dirlink->staging/sub staging/pipe|"
+            << toGame << 1
+            << "staging/link->staging/a staging/dirlink->staging/sub staging/pipe| staging/sub/ game/a=1 game/sub/b=2";
+        QTest::newRow("a link in the destination carries nothing out")
+            << "staging/data/x=new staging/y=2 game/data->outside outside/x=mine" << toGame << 1
+            << "staging/data/x=new game/data->outside game/y=2 outside/x=mine";
+        // Refused, or a wrong command line: nothing is touched.
+        const QString nested = QStringLiteral("game/file=x game/sub/deep=y link->game");
+        const auto refuse
+            = [&](const char *name, const char *args) { QTest::newRow(name) << nested << args << 1 << nested; };
+        refuse("the same directory, spelt differently", "--source %r/game --dest %r/x/../game/");
+        refuse("a destination inside the source", "--source %r/game --dest %r/game/sub/new");
+        refuse("a source inside the destination", "--source %r/game/sub --dest %r/game");
+        refuse("a link into the source", "--source %r/game --dest %r/link/new");
+        refuse("unknown option", "--frobnicate --source %r/game --dest %r/new");
+        const QString installed = in("game", "x.exe=x a/b/c/deep.txt=y a/empty/ .init= a/.hid=z");
+        QTest::newRow("an empty destination deletes the tree, dot-files, links and pipes, never what links lead to")
+            << installed + " game/dirlink->outside game/filelink->outside/keep game/pipe| outside/keep=x"
+            << "--source %r/game --dest ''" << 0 << "outside/keep=x";
+        QTest::newRow("an ignored file stays and fails the delete")
+            << installed << "--source %r/game --dest '' --ignore a/b/c/deep.txt" << 1 << "game/a/b/c/deep.txt=y";
+        QTest::newRow("deleting a missing source fails") << QString() << "--source %r/game --dest ''" << 1 << QString();
     }
-    const QFile::Permissions executable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup;
-    QVERIFY(QFile::setPermissions(source.filePath(QStringLiteral("run")), executable));
 
-    const QStringList arguments {"--source", source.path(), "--dest", dest.path()};
-    QProcess tool;
-    tool.start(QStringLiteral(LAUNCHER_BINARY), arguments);
-    while (tool.state() != QProcess::NotRunning
-           && (filesMoved < 0 ? dest.entryList({"*.relocating"}).isEmpty()
-                              : source.entryList(QDir::Files).size() > paths.size() - filesMoved))
-        tool.waitForFinished(1);
-    closeInput ? tool.closeWriteChannel() : tool.kill();
-    QVERIFY(tool.waitForFinished(60000));
-    // Told to stop, it fails between two files and before the last.
-    QVERIFY(!closeInput
-            || (tool.exitCode() == 1 && !source.isEmpty(QDir::Files) && dest.entryList({"*.relocating"}).isEmpty()));
-
-    // Each target is whole, old or new, and what has not arrived is whole in the source: a rerun finishes.
-    for (int i = 0; i < paths.size(); ++i) {
-        const QByteArray there = TestFiles::read(dest.filePath(paths[i]));
-        const QByteArray left = TestFiles::read(source.filePath(paths[i]));
-        QVERIFY2((there == content[i] || there == old[i])
-                     && (left == content[i] || (left == missing && there == content[i])),
-                 qPrintable(paths[i]));
+    void relocate()
+    {
+        QFETCH(QString, tree);
+        QFETCH(QString, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, treeAfter);
+        // An elevated run finds no display; the tool must not need one.
+        for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+            qunsetenv(name);
+        QTemporaryDir root;
+        makeTree(root.path(), tree.split(' ', Qt::SkipEmptyParts));
+        QVERIFY(QDir::setCurrent(root.path()));
+        const QStringList argumentList
+            = arguments.replace("%r", root.path()).split(' ').replaceInStrings(QRegularExpression("^''$"), QString());
+        QCOMPARE(QProcess::execute(QStringLiteral(LAUNCHER_BINARY), argumentList), exitCode);
+        QStringList expected = treeAfter.split(' ', Qt::SkipEmptyParts);
+        expected.sort();
+        QCOMPARE(readTree(root.path()), expected);
     }
-    QCOMPARE(QProcess::execute(QStringLiteral(LAUNCHER_BINARY), arguments), 0);
-    for (int i = 0; i < paths.size(); ++i)
-        QVERIFY(TestFiles::read(dest.filePath(paths[i])) == content[i]);
-    // Nothing else on either side: what a killed run left half copied is gone.
-    QCOMPARE(source.entryList(QDir::Files) + dest.entryList(QDir::Files), paths);
-    const QFile::Permissions userBits = QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
-    QCOMPARE(QFile::permissions(dest.filePath(QStringLiteral("run"))) & ~userBits, executable);
-}
+
+    // Told to stop, then killed, then run to the end. Large files cross from a tmpfs to the disk, so that the
+    // tool is caught in the middle of the move.
+    void interrupted()
+    {
+        QTemporaryDir memory(QStringLiteral("/dev/shm/tst_app_relocate-XXXXXX")), disk;
+        if (!memory.isValid() || QStorageInfo(memory.path()).rootPath() == QStorageInfo(disk.path()).rootPath())
+            QSKIP("No /dev/shm on a file system of its own to move from");
+        const QDir source(memory.path()), dest(disk.path());
+        const QStringList paths {"a.pak", "b.pak", "c.pak", "run"};
+        const QByteArray old(1 << 20, 'o');
+        QByteArrayList content;
+        for (int i = 0; i < paths.size(); ++i) {
+            content << QByteArray((24 + 8 * i) << 20, Qt::Uninitialized);
+            QRandomGenerator(quint32(i))
+                .fillRange(reinterpret_cast<quint32 *>(content[i].data()), content[i].size() / 4);
+            QVERIFY(TestFiles::write(source.filePath(paths[i]), content[i])
+                    && TestFiles::write(dest.filePath(paths[i]), old));
+        }
+        const QFile::Permissions executable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup;
+        QVERIFY(QFile::setPermissions(source.filePath(QStringLiteral("run")), executable));
+        const QStringList arguments {"--source", source.path(), "--dest", dest.path()};
+        // Killed while a file is copied; told to stop through stdin once a file has left the source.
+        const auto interrupt = [&](bool kill) {
+            const qsizetype files = source.entryList(QDir::Files).size();
+            QProcess tool;
+            tool.start(QStringLiteral(LAUNCHER_BINARY), arguments);
+            while (
+                tool.state() != QProcess::NotRunning
+                && (kill ? dest.entryList({"*.relocating"}).isEmpty() : source.entryList(QDir::Files).size() == files))
+                tool.waitForFinished(1);
+            kill ? tool.kill() : tool.closeWriteChannel();
+            return tool.waitForFinished(60000) ? tool.exitCode() : -1;
+        };
+        // Told to stop, it fails between two files and before the last.
+        QCOMPARE(interrupt(false), 1);
+        QVERIFY(!source.isEmpty(QDir::Files) && dest.entryList({"*.relocating"}).isEmpty());
+        interrupt(true);
+        // Each target is whole, old or new, and what has not arrived is whole in the source: a rerun finishes.
+        for (int i = 0; i < paths.size(); ++i) {
+            const QByteArray there = TestFiles::read(dest.filePath(paths[i]));
+            QVERIFY2(there == content[i] || (there == old && TestFiles::read(source.filePath(paths[i])) == content[i]),
+                     qPrintable(paths[i]));
+        }
+        QCOMPARE(QProcess::execute(QStringLiteral(LAUNCHER_BINARY), arguments), 0);
+        for (int i = 0; i < paths.size(); ++i)
+            QVERIFY(TestFiles::read(dest.filePath(paths[i])) == content[i]);
+        // Nothing else on either side: what a killed run left half copied is gone.
+        QCOMPARE(source.entryList(QDir::Files) + dest.entryList(QDir::Files), paths);
+        const QFile::Permissions userBits = QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
+        QCOMPARE(QFile::permissions(dest.filePath(QStringLiteral("run"))) & ~userBits, executable);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestRelocate)
 #include "tst_app_relocate.moc"

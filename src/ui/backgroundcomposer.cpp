@@ -157,19 +157,3 @@ void BackgroundComposer::compose(QImage &frame) const
     for (int corner = 0; corner < 4; ++corner)
         painter.drawImage(m_cornerOrigins[corner], m_corners[corner]);
 }
-
-QImage BackgroundComposer::blurred(const QImage &image, qreal radius)
-{
-    if (image.isNull())
-        return {};
-    const QImage source = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    const QImage small = blurredSmall(source, source.rect(), radius);
-    if (small.size() == source.size())
-        return small;
-    QImage result(source.size(), QImage::Format_ARGB32_Premultiplied);
-    result.fill(Qt::transparent);
-    QPainter painter(&result);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.drawImage(result.rect(), small);
-    return result;
-}

@@ -27,11 +27,6 @@ public:
     // Format_ARGB32_Premultiplied, as BackgroundVideo hands it over.
     void compose(QImage &frame) const;
 
-    // A blur that looks like QGraphicsBlurEffect's at `radius` (a smaller
-    // picture, an exponential blur, and back to size) and fades into
-    // transparency at the edges, at a fraction of its cost.
-    static QImage blurred(const QImage &image, qreal radius);
-
 private:
     QSize m_size;
     QRect m_blurArea;
