@@ -68,8 +68,11 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QSet<QString>
     const std::optional<QByteArray> inflated = uncompress(data);
     if (!inflated)
         return std::nullopt;
-    const QByteArray &json = *inflated;
+    return parseDocument(*inflated, unsized);
+}
 
+std::optional<QJsonObject> Manifest::parseDocument(const QByteArray &json, QSet<QString> *unsized)
+{
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
     if (error.error != QJsonParseError::NoError || !document.isObject())
@@ -148,6 +151,210 @@ std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QSet<QString>
                         });
     }
     return manifest;
+}
+
+namespace
+{
+    // Reads JSON text only as far as it is in the plain form of a manifest;
+    // every function gives up on anything else, so what it accepts is always
+    // JSON that QJsonDocument reads to the same values.
+    class PlainReader
+    {
+    public:
+        explicit PlainReader(const QByteArray &text)
+            : m_at(text.constData())
+            , m_end(text.constData() + text.size())
+        { }
+
+        bool take(char expected)
+        {
+            skipBlanks();
+            if (m_at == m_end || *m_at != expected)
+                return false;
+            ++m_at;
+            return true;
+        }
+
+        bool atEnd()
+        {
+            skipBlanks();
+            return m_at == m_end;
+        }
+
+        // Printable ASCII without escapes, which QJsonDocument keeps as it is.
+        std::optional<QLatin1String> string()
+        {
+            if (!take('"'))
+                return std::nullopt;
+            const char *start = m_at;
+            while (m_at != m_end && *m_at != '"') {
+                const auto c = static_cast<uchar>(*m_at);
+                if (c < 0x20 || c > 0x7e || c == '\\')
+                    return std::nullopt;
+                ++m_at;
+            }
+            if (m_at == m_end)
+                return std::nullopt;
+            const QLatin1String text(start, m_at - start);
+            ++m_at;
+            return text;
+        }
+
+        // Digits only, without a leading zero, and few enough that a double
+        // holds the number exactly.
+        std::optional<qint64> wholeNumber()
+        {
+            skipBlanks();
+            const char *start = m_at;
+            while (m_at != m_end && *m_at >= '0' && *m_at <= '9')
+                ++m_at;
+            const qsizetype digits = m_at - start;
+            if (digits == 0 || digits > 15 || (digits > 1 && *start == '0'))
+                return std::nullopt;
+            if (m_at != m_end && (*m_at == '.' || *m_at == 'e' || *m_at == 'E'))
+                return std::nullopt;
+            qint64 number = 0;
+            for (const char *digit = start; digit != m_at; ++digit)
+                number = number * 10 + (*digit - '0');
+            return number;
+        }
+
+        // A member of the root that the manifest does not use.
+        bool skipScalar()
+        {
+            skipBlanks();
+            for (const QLatin1String word : {QLatin1String("true"), QLatin1String("false"), QLatin1String("null")}) {
+                if (QLatin1String(m_at, std::min<qsizetype>(word.size(), m_end - m_at)) == word) {
+                    m_at += word.size();
+                    return true;
+                }
+            }
+            return (m_at != m_end && *m_at == '"') ? string().has_value() : wholeNumber().has_value();
+        }
+
+    private:
+        void skipBlanks()
+        {
+            while (m_at != m_end && (*m_at == ' ' || *m_at == '\n' || *m_at == '\r' || *m_at == '\t'))
+                ++m_at;
+        }
+
+        const char *m_at;
+        const char *m_end;
+    };
+
+    bool readFiles(PlainReader &reader, QList<Manifest::Entry> &entries, bool &sorted)
+    {
+        if (!reader.take('{'))
+            return false;
+        qint64 total = 0;
+        do {
+            const std::optional<QLatin1String> key = reader.string();
+            if (!key || !reader.take(':') || !reader.take('{'))
+                return false;
+            std::optional<QLatin1String> checksum;
+            std::optional<qint64> size;
+            for (int member = 0; member < 2; ++member) {
+                if (member > 0 && !reader.take(','))
+                    return false;
+                const std::optional<QLatin1String> name = reader.string();
+                if (!name || !reader.take(':'))
+                    return false;
+                if (*name == QLatin1String("checksum") && !checksum)
+                    checksum = reader.string();
+                else if (*name == QLatin1String("size") && !size)
+                    size = reader.wholeNumber();
+                if (!(member == 0 ? checksum || size : checksum && size))
+                    return false;
+            }
+            if (!reader.take('}') || *size > std::numeric_limits<qint64>::max() - total)
+                return false;
+            total += *size;
+            if (!entries.isEmpty() && entries.constLast().key.compare(*key) >= 0)
+                sorted = false;
+            entries.append({QString(*key), QString(*checksum), *size});
+        } while (reader.take(','));
+        return reader.take('}');
+    }
+
+    std::optional<Manifest::Entry> readBinary(PlainReader &reader)
+    {
+        if (!reader.take('{'))
+            return std::nullopt;
+        std::optional<QLatin1String> file;
+        std::optional<QLatin1String> checksum;
+        std::optional<QLatin1String> size;
+        do {
+            const std::optional<QLatin1String> name = reader.string();
+            if (!name || !reader.take(':'))
+                return std::nullopt;
+            std::optional<QLatin1String> *member = nullptr;
+            if (*name == QLatin1String("file"))
+                member = &file;
+            else if (*name == QLatin1String("checksum"))
+                member = &checksum;
+            else if (*name == QLatin1String("size"))
+                member = &size;
+            if (!member || member->has_value())
+                return std::nullopt;
+            *member = reader.string();
+            if (!member->has_value())
+                return std::nullopt;
+        } while (reader.take(','));
+        if (!reader.take('}') || !file || !checksum)
+            return std::nullopt;
+        return Manifest::Entry {QString(*file), QString(*checksum), 0};
+    }
+}
+
+std::optional<QList<Manifest::Entry>> Manifest::scan(const QByteArray &json)
+{
+    PlainReader reader(json);
+    QList<Entry> entries;
+    // Each entry names its checksum once: room for all of them at once,
+    // without a bound a hostile text could inflate.
+    entries.reserve(json.count("\"checksum\""));
+    std::optional<Entry> binary;
+    bool filesRead = false;
+    bool sorted = true;
+    if (!reader.take('{'))
+        return std::nullopt;
+    do {
+        const std::optional<QLatin1String> name = reader.string();
+        if (!name || !reader.take(':'))
+            return std::nullopt;
+        bool read = false;
+        if (*name == QLatin1String("files"))
+            read = !std::exchange(filesRead, true) && readFiles(reader, entries, sorted);
+        else if (*name == QLatin1String("binary"))
+            read = !binary && (binary = readBinary(reader)).has_value();
+        else
+            read = reader.skipScalar();
+        if (!read)
+            return std::nullopt;
+    } while (reader.take(','));
+    if (!reader.take('}') || !reader.atEnd() || entries.isEmpty())
+        return std::nullopt;
+
+    // Keys in ASCII sort alike as bytes and as the document's keys. Of keys
+    // given twice the document keeps the last, which is left to it.
+    const auto byKey = [](const Entry &left, const Entry &right) { return left.key < right.key; };
+    if (!sorted) {
+        std::sort(entries.begin(), entries.end(), byKey);
+        if (std::adjacent_find(entries.cbegin(), entries.cend(),
+                               [](const Entry &left, const Entry &right) { return left.key == right.key; })
+            != entries.cend()) {
+            return std::nullopt;
+        }
+    }
+    if (binary) {
+        const auto at = std::lower_bound(entries.begin(), entries.end(), *binary, byKey);
+        if (at != entries.end() && at->key == binary->key)
+            *at = *binary;
+        else
+            entries.insert(at, *binary);
+    }
+    return entries;
 }
 
 qint64 Manifest::byteLimit(const QJsonValue &size)

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonObject>
+#include <QList>
 #include <QSet>
 #include <QString>
 #include <QUrl>
@@ -31,6 +32,24 @@ namespace Manifest
     // published size is no whole number: they are stored with size 0, which
     // must not bound their transfer.
     std::optional<QJsonObject> parse(const QByteArray &data, QSet<QString> *unsized = nullptr);
+    // The same for the inflated JSON text.
+    std::optional<QJsonObject> parseDocument(const QByteArray &json, QSet<QString> *unsized = nullptr);
+
+    // One entry as the parsed manifest holds it, with its size read as a
+    // whole number (0 for the "binary" entry, whose size is text).
+    struct Entry
+    {
+        QString key;
+        QString checksum;
+        qint64 size = 0;
+    };
+
+    // A quick reading of the JSON text, for the one plain form servers write:
+    // ASCII strings without escapes, and entries of exactly a "checksum"
+    // string and a "size" whole number. Gives the entries parseDocument()
+    // keeps, in its key order, and nothing for any text outside that form
+    // or without entries, which parseDocument() alone can then read.
+    std::optional<QList<Entry>> scan(const QByteArray &json);
 
     // The most bytes a file of this stored "size" may have: a whole number,
     // or text holding one as the "binary" entry keeps it; -1 for anything

@@ -70,6 +70,8 @@ void Updater::retireVerification()
     verificationWatcher->deleteLater();
     verificationWatcher = nullptr;
     currentVerification.reset();
+    awaitingManifest = false;
+    outcomeWaiting = false;
 }
 
 void Updater::stopVerification()

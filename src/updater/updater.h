@@ -20,6 +20,10 @@
 class QFile;
 class QLockFile;
 struct VerificationRun;
+namespace Manifest
+{
+    struct Entry;
+}
 
 // Upper bound on file transfers in flight, taken once at process start.
 extern const int maxConcurrentDownloads;
@@ -72,6 +76,10 @@ struct VerificationPlan
     // Indices into `tasks`, largest file first, equal sizes in key order.
     QList<qsizetype> largestFirst;
 };
+
+// The checks of a parsed manifest, or of its entries read ahead of it.
+VerificationPlan planVerification(const QJsonObject &manifest);
+VerificationPlan planVerification(const QList<Manifest::Entry> &entries);
 
 // The patching engine: fetches the manifest, verifies every file, downloads
 // what differs into the staging directory and moves it into place through the
@@ -146,7 +154,6 @@ private slots:
 private:
     void parseManifest(const QByteArray &data);
     void reportUnusableManifest();
-    static VerificationPlan planVerification(const QJsonObject &manifest);
     void startVerification(VerificationPlan plan);
     void retireVerification();
     void handleVerificationFinished();
@@ -216,6 +223,11 @@ private:
     qint64 bytesDownloaded = 0;
     qint64 totalBytes = 0;
     QFutureWatcher<void> *verificationWatcher = nullptr;
+    // Set while the verification runs on a plan read ahead of the manifest:
+    // its outcome waits until the manifest is in place, and is dropped if
+    // the manifest is refused.
+    bool awaitingManifest = false;
+    bool outcomeWaiting = false;
     std::shared_ptr<VerificationRun> currentVerification;
     // Verifications replaced by a newer one, still finishing their chunks.
     QList<QFuture<void>> retiredVerifications;

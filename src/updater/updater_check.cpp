@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFutureWatcher>
+#include <QPromise>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include "config/settings.h"
@@ -41,8 +42,11 @@ void Updater::checkForUpdates()
         older->abort();
     }
     manifestReply = reply;
-    // A parse of an older reply still under way is dropped as well.
+    // A parse of an older reply still under way is dropped as well, and so
+    // is a verification still waiting for it.
     ++manifestGeneration;
+    if (awaitingManifest)
+        retireVerification();
     connect(reply, &QNetworkReply::errorOccurred, this, &Updater::handleDownloadError);
     watchTransfer(reply);
     connect(reply, &QNetworkReply::downloadProgress, this, [this, reply](qint64 received, qint64 total) {
@@ -101,10 +105,63 @@ namespace
     struct ParsedManifest
     {
         bool valid = false;
+        // Only a plan, read from the text ahead of the document; the
+        // manifest follows in a second result.
+        bool early = false;
+        // In the second result: the document gives the checks of the early
+        // plan, which can then go on.
+        bool earlyPlanHeld = false;
         QJsonObject entries;
         QSet<QString> unsized;
         VerificationPlan plan;
     };
+
+    bool sameEntries(const QJsonObject &manifest, const QList<Manifest::Entry> &entries)
+    {
+        if (manifest.size() != entries.size())
+            return false;
+        auto entry = entries.cbegin();
+        for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it, ++entry) {
+            const QJsonObject value = it.value().toObject();
+            if (it.key() != entry->key || value.value(QLatin1String("checksum")).toString(QString()) != entry->checksum
+                || value.value(QLatin1String("size")).toInteger(0) != entry->size) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    void readManifest(QPromise<ParsedManifest> &promise, const QByteArray &data)
+    {
+        ParsedManifest parsed;
+        const std::optional<QByteArray> json = Manifest::uncompress(data);
+        if (!json) {
+            promise.addResult(parsed);
+            return;
+        }
+        // The plain form servers write reads several times faster than the
+        // document, so the checks start on it while the document is read;
+        // the document still decides.
+        const std::optional<QList<Manifest::Entry>> quick = Manifest::scan(*json);
+        VerificationPlan earlyPlan;
+        if (quick) {
+            earlyPlan = planVerification(*quick);
+            if (!earlyPlan.tasks.isEmpty()) {
+                ParsedManifest early;
+                early.valid = true;
+                early.early = true;
+                early.plan = earlyPlan;
+                promise.addResult(early);
+            }
+        }
+        if (const std::optional<QJsonObject> entries = Manifest::parseDocument(*json, &parsed.unsized)) {
+            parsed.valid = true;
+            parsed.entries = *entries;
+            parsed.earlyPlanHeld = !earlyPlan.tasks.isEmpty() && sameEntries(parsed.entries, *quick);
+            parsed.plan = parsed.earlyPlanHeld ? earlyPlan : planVerification(parsed.entries);
+        }
+        promise.addResult(parsed);
+    }
 }
 
 void Updater::parseManifest(const QByteArray &data)
@@ -118,34 +175,46 @@ void Updater::parseManifest(const QByteArray &data)
     // than a frame, so they run on a pool thread; the work touches nothing
     // of this object, and only the newest parse is used.
     const quint64 generation = ++manifestGeneration;
+    if (awaitingManifest)
+        retireVerification();
     auto *watcher = new QFutureWatcher<ParsedManifest>(this);
-    connect(watcher, &QFutureWatcher<ParsedManifest>::finished, this, [this, watcher, generation] {
-        watcher->deleteLater();
-        if (generation != manifestGeneration || updating)
+    connect(watcher, &QFutureWatcher<ParsedManifest>::finished, watcher, &QObject::deleteLater);
+    connect(watcher, &QFutureWatcher<ParsedManifest>::resultReadyAt, this, [this, watcher, generation](int index) {
+        if (generation != manifestGeneration)
             return;
-        const ParsedManifest parsed = watcher->result();
+        const ParsedManifest parsed = watcher->resultAt(index);
+        // A run that started meanwhile owns the queue.
+        if (updating) {
+            if (awaitingManifest)
+                retireVerification();
+            return;
+        }
+        if (parsed.early) {
+            startVerification(parsed.plan);
+            awaitingManifest = verificationWatcher != nullptr;
+            return;
+        }
+        const bool earlyRunning = std::exchange(awaitingManifest, false);
         if (!parsed.valid) {
+            if (earlyRunning)
+                retireVerification();
             reportUnusableManifest();
             return;
         }
         manifest = parsed.entries;
         unsizedFiles = parsed.unsized;
+        if (earlyRunning && parsed.earlyPlanHeld) {
+            if (std::exchange(outcomeWaiting, false))
+                handleVerificationFinished();
+            return;
+        }
         startVerification(parsed.plan);
         // Nothing in it could be checked: every key was refused, or there
         // was none.
         if (!verificationWatcher)
             reportUnusableManifest();
     });
-    watcher->setFuture(QtConcurrent::run([data] {
-        ParsedManifest parsed;
-        const std::optional<QJsonObject> entries = Manifest::parse(data, &parsed.unsized);
-        if (entries) {
-            parsed.valid = true;
-            parsed.entries = *entries;
-            parsed.plan = planVerification(parsed.entries);
-        }
-        return parsed;
-    }));
+    watcher->setFuture(QtConcurrent::run(readManifest, data));
 }
 
 void Updater::handleDownloadError(QNetworkReply::NetworkError)

@@ -126,6 +126,21 @@ namespace
         QMutex m_mutex;
         QHash<QString, bool> m_folders;
     };
+
+    void orderLargestFirst(VerificationPlan &plan)
+    {
+        // Sorted as pairs side by side in memory rather than through the
+        // tasks, which a large game scatters over the heap; the position
+        // breaks ties, so equal sizes keep their key order.
+        std::vector<std::pair<qint64, qsizetype>> bySize;
+        bySize.reserve(plan.tasks.size());
+        for (qsizetype index = 0; index < plan.tasks.size(); ++index)
+            bySize.emplace_back(-plan.tasks.at(index).size, index);
+        std::sort(bySize.begin(), bySize.end());
+        plan.largestFirst.reserve(plan.tasks.size());
+        for (const auto &entry : bySize)
+            plan.largestFirst.append(entry.second);
+    }
 }
 
 bool Updater::isStagedFileValid(const QString &relativePath, const QString &expectedChecksum)
@@ -133,29 +148,34 @@ bool Updater::isStagedFileValid(const QString &relativePath, const QString &expe
     return isStagedCopyValid(stagingDirectory(), relativePath, expectedChecksum);
 }
 
-VerificationPlan Updater::planVerification(const QJsonObject &manifest)
+VerificationPlan planVerification(const QJsonObject &manifest)
 {
     VerificationPlan plan;
     plan.tasks.reserve(manifest.size());
     for (auto it = manifest.constBegin(); it != manifest.constEnd(); ++it) {
         const QJsonObject entry = it.value().toObject();
-        const QString checksum = entry.value(QLatin1String("checksum")).toString(QString());
-        if (checksum.isEmpty() || !Manifest::isSafeRelativePath(it.key()))
+        QString checksum = entry.value(QLatin1String("checksum")).toString(QString());
+        if (checksum.isEmpty())
             continue;
-        plan.tasks.append({it.key(), checksum, entry.value(QLatin1String("size")).toInteger(0)});
+        // Each key() builds its string anew.
+        QString key = it.key();
+        if (!Manifest::isSafeRelativePath(key))
+            continue;
+        plan.tasks.append({std::move(key), std::move(checksum), entry.value(QLatin1String("size")).toInteger(0)});
     }
+    orderLargestFirst(plan);
+    return plan;
+}
 
-    // Sorted as pairs side by side in memory rather than through the tasks,
-    // which a large game scatters over the heap; the position breaks ties,
-    // so equal sizes keep their key order.
-    std::vector<std::pair<qint64, qsizetype>> bySize;
-    bySize.reserve(plan.tasks.size());
-    for (qsizetype index = 0; index < plan.tasks.size(); ++index)
-        bySize.emplace_back(-plan.tasks.at(index).size, index);
-    std::sort(bySize.begin(), bySize.end());
-    plan.largestFirst.reserve(plan.tasks.size());
-    for (const auto &entry : bySize)
-        plan.largestFirst.append(entry.second);
+VerificationPlan planVerification(const QList<Manifest::Entry> &entries)
+{
+    VerificationPlan plan;
+    plan.tasks.reserve(entries.size());
+    for (const Manifest::Entry &entry : entries) {
+        if (!entry.checksum.isEmpty() && Manifest::isSafeRelativePath(entry.key))
+            plan.tasks.append({entry.key, entry.checksum, entry.size});
+    }
+    orderLargestFirst(plan);
     return plan;
 }
 
@@ -248,6 +268,10 @@ void Updater::announceProgress(const std::shared_ptr<VerificationRun> &run)
 
 void Updater::handleVerificationFinished()
 {
+    if (awaitingManifest) {
+        outcomeWaiting = true;
+        return;
+    }
     const std::shared_ptr<VerificationRun> run = currentVerification;
     const QList<VerificationTask> &tasks = run->plan.tasks;
     QStringList outside;
