@@ -1,8 +1,6 @@
 #include <QtTest>
 
-#include <quazip.h>
 #include <quazipfile.h>
-#include <quazipnewinfo.h>
 
 #include "config/settings.h"
 #include "isolatedsettings.h"
@@ -23,14 +21,12 @@ namespace
         for (const QString &entry : entries) {
             const QStringList link = entry.split(QStringLiteral("->"));
             QuaZipNewInfo info(link.first());
-            const bool folder = entry.endsWith(QLatin1Char('/'));
-            info.externalAttr = (link.size() == 2 ? 0120777u : folder ? 040755u : 0100644u) << 16;
+            info.externalAttr = (link.size() == 2 ? 0120777u : entry.endsWith('/') ? 040755u : 0100644u) << 16;
             QuaZipFile file(&zip);
-            file.open(QIODevice::WriteOnly, info, nullptr, 0, method, method == 0 ? 0 : 6);
-            file.write(folder ? QByteArray() : link.size() == 2 ? link.last().toUtf8() : contentOf(entry));
+            file.open(QIODevice::WriteOnly, info, nullptr, 0, method, Z_DEFAULT_COMPRESSION);
+            file.write(link.size() == 2 ? link.last().toUtf8() : entry.endsWith('/') ? QByteArray() : contentOf(entry));
         }
         zip.close();
-        // An empty result would read as "no data.bin" and quietly test that instead.
         if (zip.getZipError() != UNZ_OK)
             qFatal("cannot build a test archive");
         return buffer.data();
@@ -53,81 +49,70 @@ class TestUpdaterMigrate : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void migrate_data();
-    void migrate();
-
-private:
     IsolatedSettings m_isolation;
     QTemporaryDir m_scratch;
     Settings m_settings {TestFiles::writeConfiguration(m_scratch.path(),
                                                        {{"applicationName", "Migrate Test"}, {"legacyDir", LegacyDir}}),
                          nullptr};
+
+private slots:
+    void migrate_data()
+    {
+        // Every legacy tree holds "old/saved.dat" and the marker.
+        QTest::addColumn<QByteArray>("archive"); // null: no data.bin
+        QTest::addColumn<QStringList>("installed"); // empty: not migrated
+        QTest::addColumn<QStringList>("left");
+
+        const QStringList legacy {".initcomplete", "old/saved.dat"};
+        QTest::newRow("nested folders and config.otml")
+            << archive({"config.otml", "game.exe", "data/", "data/maps/world.map", "data/config.otml", "empty/"})
+            << QStringList {".initcomplete", "data/config.otml", "data/maps/world.map", "game.exe", "old/saved.dat"}
+            << QStringList {"config.otml"};
+        QTest::newRow("empty archive") << archive({}) << legacy << QStringList();
+        QTest::newRow("no archive") << QByteArray() << legacy << QStringList();
+
+        // Refused whole, before anything is written.
+        const auto refused = [](const char *tag, const QByteArray &bytes) {
+            QTest::newRow(tag) << bytes << QStringList() << QStringList {".initcomplete", "data.bin", "old/saved.dat"};
+        };
+        refused("corrupt archive", "PK\x03\x04 this is no archive");
+        // Stored, so that one byte of the entry can be changed after its CRC-32 was taken.
+        refused("damaged entry", archive({"good.txt"}, 0).replace("content of", "Content of"));
+        refused("dot-dot", archive({"good.txt", "a/../../escape"}));
+        refused("absolute", archive({"good.txt", "/tmp/abs"}));
+        refused("drive letter", archive({"good.txt", "C:x"}));
+        refused("backslash", archive({"good.txt", "..\\escape"}));
+        refused("symbolic link", archive({"good.txt", "link->/tmp", "link/planted"}));
+    }
+
+    void migrate()
+    {
+        QFETCH(QByteArray, archive);
+        QFETCH(QStringList, installed);
+        QFETCH(QStringList, left);
+        QTemporaryDir appData(m_scratch.filePath(QStringLiteral("appdata-XXXXXX")));
+        qputenv("APPDATA", appData.path().toUtf8());
+        m_settings.setInstallPath(appData.path() + QStringLiteral(" install/Hollowmere PTR"));
+        const QString root = appData.filePath(LegacyDir);
+        QTest::failOnWarning(QRegularExpression(QStringLiteral("."))); // a box the engine showed would be logged
+        Updater updater;
+        updater.setToolProgram(QStringLiteral(LAUNCHER_BINARY));
+        QSignalSpy errors(&updater, &Updater::downloadError);
+        QVERIFY(TestFiles::write(root + "/old/saved.dat", contentOf("old/saved.dat")));
+        QVERIFY(archive.isNull() || TestFiles::write(root + "/data.bin", archive));
+        QVERIFY(!updater.hasLegacyInstallation()); // not without the marker
+        QVERIFY(TestFiles::write(root + "/.initcomplete", contentOf(".initcomplete"))
+                && updater.hasLegacyInstallation());
+
+        QCOMPARE(updater.migrateLegacyInstallation(), !installed.isEmpty());
+        QCOMPARE(filesUnder(m_settings.installPath(), m_settings.installPath()), installed);
+        for (const QString &file : std::as_const(installed))
+            QCOMPARE(TestFiles::read(m_settings.installPath() + QLatin1Char('/') + file), contentOf(file));
+        // Nothing was written beside the legacy directory either.
+        QCOMPARE(filesUnder(appData.path(), root), left);
+        QVERIFY(errors.isEmpty());
+    }
 };
-
-void TestUpdaterMigrate::migrate_data()
-{
-    // Every legacy tree holds "old/saved.dat", and the marker where it is expected afterwards.
-    QTest::addColumn<QByteArray>("archive"); // null: no data.bin
-    QTest::addColumn<QStringList>("installed"); // empty: not migrated
-    QTest::addColumn<QStringList>("left");
-
-    const QString outside = m_scratch.filePath(QStringLiteral("outside"));
-    QVERIFY(QDir().mkpath(outside));
-    QTest::newRow("no marker: no legacy installation")
-        << archive({"good.txt"}) << QStringList() << QStringList {"data.bin", "old/saved.dat"};
-    QTest::newRow("nested folders and config.otml")
-        << archive({"config.otml", "game.exe", "data/", "data/maps/world.map", "data/config.otml", "empty/"})
-        << QStringList {".initcomplete", "data/config.otml", "data/maps/world.map", "game.exe", "old/saved.dat"}
-        << QStringList {"config.otml"};
-    QTest::newRow("empty archive") << archive({}) << QStringList {".initcomplete", "old/saved.dat"} << QStringList();
-    QTest::newRow("no archive") << QByteArray() << QStringList {".initcomplete", "old/saved.dat"} << QStringList();
-
-    // Refused whole, before anything is written.
-    const auto refused = [](const char *tag, const QByteArray &bytes) {
-        QTest::newRow(tag) << bytes << QStringList() << QStringList {".initcomplete", "data.bin", "old/saved.dat"};
-    };
-    refused("corrupt archive", "PK\x03\x04 this is no archive");
-    // Stored, so that one byte of the entry can be changed after its CRC-32 was taken.
-    refused("damaged entry", archive({"good.txt"}, 0).replace("content of", "Content of"));
-    refused("dot-dot", archive({"good.txt", "../escape"}));
-    refused("deep dot-dot", archive({"good.txt", "a/../../../../outside/x"}));
-    refused("absolute", archive({"good.txt", outside + "/abs"}));
-    refused("drive letter", archive({"good.txt", "C:x"}));
-    refused("drive root", archive({"good.txt", "C:/x"}));
-    refused("backslash", archive({"good.txt", "..\\escape"}));
-    refused("symbolic link", archive({"good.txt", "link->" + outside, "link/planted"}));
-}
-
-void TestUpdaterMigrate::migrate()
-{
-    QFETCH(QByteArray, archive);
-    QFETCH(QStringList, installed);
-    QFETCH(QStringList, left);
-    const bool marker = (installed + left).contains(QStringLiteral(".initcomplete"));
-
-    QTemporaryDir appData(m_scratch.filePath(QStringLiteral("appdata-XXXXXX")));
-    qputenv("APPDATA", appData.path().toUtf8());
-    m_settings.setInstallPath(appData.path() + QStringLiteral(" install/Hollowmere PTR"));
-    const QString root = appData.filePath(LegacyDir);
-    QVERIFY(TestFiles::write(root + "/old/saved.dat", contentOf("old/saved.dat")));
-    QVERIFY(!marker || TestFiles::write(root + "/.initcomplete", contentOf(".initcomplete")));
-    QVERIFY(archive.isNull() || TestFiles::write(root + "/data.bin", archive));
-
-    QTest::failOnWarning(QRegularExpression(QStringLiteral("."))); // a box the engine showed would be logged
-    Updater updater;
-    updater.setToolProgram(QStringLiteral(LAUNCHER_BINARY));
-    QSignalSpy errors(&updater, &Updater::downloadError);
-
-    QCOMPARE(updater.hasLegacyInstallation(), marker);
-    QVERIFY(!marker || updater.migrateLegacyInstallation() == !installed.isEmpty());
-    QCOMPARE(filesUnder(m_settings.installPath(), m_settings.installPath()), installed);
-    for (const QString &file : std::as_const(installed))
-        QCOMPARE(TestFiles::read(m_settings.installPath() + QLatin1Char('/') + file), contentOf(file));
-    // Nothing was written beside the legacy directory or anywhere else.
-    QCOMPARE(filesUnder(appData.path(), root), left);
-    QVERIFY(filesUnder(m_scratch.filePath(QStringLiteral("outside")), {}).isEmpty() && errors.isEmpty());
-}
 
 QTEST_GUILESS_MAIN(TestUpdaterMigrate)
 #include "tst_updater_migrate.moc"
