@@ -243,7 +243,7 @@ namespace
         const char *m_end;
     };
 
-    bool readFiles(PlainReader &reader, QList<Manifest::Entry> &entries, bool &sorted)
+    bool readFiles(PlainReader &reader, QList<Manifest::Entry> &entries)
     {
         if (!reader.take('{'))
             return false;
@@ -270,8 +270,6 @@ namespace
             if (!reader.take('}') || *size > std::numeric_limits<qint64>::max() - total)
                 return false;
             total += *size;
-            if (!entries.isEmpty() && entries.constLast().key.compare(*key) >= 0)
-                sorted = false;
             entries.append({QString(*key), QString(*checksum), *size});
         } while (reader.take(','));
         return reader.take('}');
@@ -316,7 +314,6 @@ std::optional<QList<Manifest::Entry>> Manifest::scan(const QByteArray &json)
     entries.reserve(json.count("\"checksum\""));
     std::optional<Entry> binary;
     bool filesRead = false;
-    bool sorted = true;
     if (!reader.take('{'))
         return std::nullopt;
     do {
@@ -325,7 +322,7 @@ std::optional<QList<Manifest::Entry>> Manifest::scan(const QByteArray &json)
             return std::nullopt;
         bool read = false;
         if (*name == QLatin1String("files"))
-            read = !std::exchange(filesRead, true) && readFiles(reader, entries, sorted);
+            read = !std::exchange(filesRead, true) && readFiles(reader, entries);
         else if (*name == QLatin1String("binary"))
             read = !binary && (binary = readBinary(reader)).has_value();
         else
@@ -339,14 +336,11 @@ std::optional<QList<Manifest::Entry>> Manifest::scan(const QByteArray &json)
     // Keys in ASCII sort alike as bytes and as the document's keys. Of keys
     // given twice the document keeps the last, which is left to it.
     const auto byKey = [](const Entry &left, const Entry &right) { return left.key < right.key; };
-    if (!sorted) {
+    if (!std::is_sorted(entries.cbegin(), entries.cend(), byKey))
         std::sort(entries.begin(), entries.end(), byKey);
-        if (std::adjacent_find(entries.cbegin(), entries.cend(),
-                               [](const Entry &left, const Entry &right) { return left.key == right.key; })
-            != entries.cend()) {
-            return std::nullopt;
-        }
-    }
+    const auto sameKey = [](const Entry &left, const Entry &right) { return left.key == right.key; };
+    if (std::adjacent_find(entries.cbegin(), entries.cend(), sameKey) != entries.cend())
+        return std::nullopt;
     if (binary) {
         const auto at = std::lower_bound(entries.begin(), entries.end(), *binary, byKey);
         if (at != entries.end() && at->key == binary->key)

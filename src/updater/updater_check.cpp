@@ -175,8 +175,6 @@ void Updater::parseManifest(const QByteArray &data)
     // than a frame, so they run on a pool thread; the work touches nothing
     // of this object, and only the newest parse is used.
     const quint64 generation = ++manifestGeneration;
-    if (awaitingManifest)
-        retireVerification();
     auto *watcher = new QFutureWatcher<ParsedManifest>(this);
     connect(watcher, &QFutureWatcher<ParsedManifest>::finished, watcher, &QObject::deleteLater);
     connect(watcher, &QFutureWatcher<ParsedManifest>::resultReadyAt, this, [this, watcher, generation](int index) {
