@@ -10,8 +10,10 @@
 
 namespace
 {
-    // Large enough that system calls cost nothing next to the copy.
-    const qint64 BufferSize = 1024 * 1024;
+    // Large enough that system calls cost little next to the copy, and small
+    // enough to stay in a core's second-level cache until the CRC has read
+    // it: 1 MiB was 5 % slower on a 1 MiB cache.
+    const qint64 BufferSize = 512 * 1024;
 
     // One buffer per thread for the life of the thread: a fresh allocation
     // of this size per file is served by mmap, and faulting its pages in
