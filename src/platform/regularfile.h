@@ -16,4 +16,10 @@ namespace Platform
     // seen part of it.
     bool readRegularFile(const QString &path, char *buffer, qint64 bufferSize,
                          const std::function<void(const char *data, qint64 size)> &consume);
+
+    // Asks the system to bring the start of the regular file at `path` into
+    // its cache, so that a read soon after finds it there instead of waiting
+    // for the disk. What readRegularFile refuses is left alone, and never
+    // blocks the call. Only a hint: nothing else changes whether it works.
+    void readAhead(const QString &path);
 }

@@ -7,20 +7,34 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-bool Platform::readRegularFile(const QString &path, char *buffer, qint64 bufferSize,
-                               const std::function<void(const char *, qint64)> &consume)
+namespace
 {
     // O_NOFOLLOW turns a link away at the open, and O_NONBLOCK keeps a FIFO
     // with no writer from holding the open for good; the fstat then judges
     // what was opened. That is one look at the file instead of a stat before
-    // the open and another after it.
-    const QByteArray name = QFile::encodeName(path);
-    const int fd = ::open(name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    // the open and another after it. -1 when refused.
+    int openRegularFile(const QString &path)
+    {
+        const QByteArray name = QFile::encodeName(path);
+        const int fd = ::open(name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0)
+            return -1;
+        struct stat status;
+        if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+            return fd;
+        ::close(fd);
+        return -1;
+    }
+}
+
+bool Platform::readRegularFile(const QString &path, char *buffer, qint64 bufferSize,
+                               const std::function<void(const char *, qint64)> &consume)
+{
+    const int fd = openRegularFile(path);
     if (fd < 0)
         return false;
-    struct stat status;
-    bool ok = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    while (ok) {
+    bool ok = true;
+    for (;;) {
         const ssize_t read = ::read(fd, buffer, static_cast<size_t>(bufferSize));
         if (read < 0 && errno == EINTR)
             continue;
@@ -32,4 +46,14 @@ bool Platform::readRegularFile(const QString &path, char *buffer, qint64 bufferS
     }
     ::close(fd);
     return ok;
+}
+
+void Platform::readAhead(const QString &path)
+{
+    const int fd = openRegularFile(path);
+    if (fd < 0)
+        return;
+    // Queues the reads and returns; the pages stay cached after the close.
+    ::posix_fadvise(fd, 0, 0, POSIX_FADV_WILLNEED);
+    ::close(fd);
 }

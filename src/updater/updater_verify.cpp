@@ -15,8 +15,10 @@
 #include <vector>
 
 #include "config/settings.h"
+#include "platform/regularfile.h"
 #include "updater/crc32.h"
 #include "updater/manifest.h"
+#include "updater/readahead.h"
 
 // One verification, shared by its chunks and the GUI thread.
 struct VerificationRun
@@ -58,6 +60,7 @@ struct VerificationRun
     int filesAnnounced = 0;
     bool flushPosted = false;
     QElapsedTimer sinceFlush;
+    ReadAhead readAhead;
 };
 
 namespace
@@ -218,6 +221,16 @@ void Updater::startVerification(VerificationPlan plan)
         for (qsizetype index = chunk.begin; index < chunk.end; ++index) {
             const VerificationTask &task = run->plan.tasks.at(index);
             const QString path = filePath(installPath, task.relativePath);
+            while (run->readAhead.isActive()) {
+                const qsizetype ahead = run->readAhead.claim(index, run->totalFiles);
+                if (ahead < 0)
+                    break;
+                const QString aheadPath = filePath(installPath, run->plan.tasks.at(ahead).relativePath);
+                if (containment->contains(aheadPath))
+                    Platform::readAhead(aheadPath);
+            }
+            QElapsedTimer timer;
+            timer.start();
             VerificationRun::Outcome outcome = VerificationRun::Failed;
             if (!containment->contains(path)) {
                 outcome = VerificationRun::Outside;
@@ -227,6 +240,7 @@ void Updater::startVerification(VerificationPlan plan)
                 outcome = VerificationRun::Staged;
             }
             run->outcomes[index] = outcome;
+            run->readAhead.recordCheck(timer.nsecsElapsed(), task.size);
 
             // Every count is announced once, in ascending order, and before
             // the watcher's finished, but the GUI thread is woken at most once

@@ -4,6 +4,7 @@
 #include "platform/elevation_wincore.h"
 #include "platform/filemove_wincore.h"
 #include "platform/processlist_wincore.h"
+#include "platform/regularfile_wincore.h"
 #include "platform/windowlookup_wincore.h"
 
 #include <windows.h>
@@ -129,11 +130,17 @@ int main()
               && Win::renameReplacing(from, to) == Win::RenameOutcome::Renamed
               && Win::renameReplacing(from, to) == Win::RenameOutcome::Failed && Win::syncFile(to)
               && !Win::syncFile(from));
+    const std::wstring empty = directory + L"\\empty.bin";
+    CloseHandle(CreateFileW(empty.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    check("read-ahead: asked for a file, not for an empty one, a folder or a missing file",
+          Win::prefetchFileStart(to, 1 << 20) && !Win::prefetchFileStart(empty, 1 << 20)
+              && !Win::prefetchFileStart(directory, 1 << 20) && !Win::prefetchFileStart(from, 1 << 20));
     check("stdin: closed by the caller only if the pipe's writer is",
           stdinClosed(L"closed") && !stdinClosed(L"open") && !stdinClosed(L""));
 
     DeleteFileW(sleeper.c_str());
     DeleteFileW(to.c_str());
+    DeleteFileW(empty.c_str());
     std::printf("%d failed\n", failed);
     return failed == 0 ? 0 : 1;
 }
