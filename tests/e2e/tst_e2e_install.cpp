@@ -1,6 +1,7 @@
 #include <QImage>
 #include <QtTest>
 
+#include "isolatedsettings.h"
 #include "support/testfiles.h"
 #include "support/virtualdisplay.h"
 
@@ -11,28 +12,109 @@ class TestEndToEnd : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase()
+    void installThenUpdate()
     {
-        stopLauncher();
-        m_nginx.kill();
-        m_nginx.waitForFinished();
+        QVERIFY2(m_display.isRunning(), "Xvfb could not be started");
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        QVERIFY(run(SOURCE_DIR "/demo/make-sample-game.sh",
+                    {m_served, SAMPLE_GAME_BINARY, "hollowmere_dx.exe", "Hollowmere E2E", "12"}));
+        publish();
+        const QString configuration = m_root.filePath("nginx.conf");
+        QVERIFY(TestFiles::write(configuration,
+                                 TestFiles::read(SOURCE_DIR "/demo/nginx.conf.in")
+                                     .replace("@ROOT@", m_root.path().toUtf8())
+                                     .replace("@PORT@", QByteArray::number(E2E_PORT))
+                                     .replace("@RATE@", "0")));
+        m_nginx.start(QStandardPaths::findExecutable("nginx", {"/usr/sbin"}),
+                      {"-p", m_root.path(), "-c", configuration});
+        // Written once nginx listens.
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_root.filePath("nginx.pid")), 10000);
+        // A player who has chosen where the game goes, so no first-run question, and turned the animations on.
+        QVERIFY(TestFiles::write(m_isolation.home() + "/config/Brindlewood Works/Hollowmere E2E Launcher.conf",
+                                 "[General]\nhasSelectedInstallPath=true\ninstallPath=" + m_install.toUtf8()
+                                     + "\nanimationsEnabled=true\n"));
+        const auto pressManageButton = [this] {
+            const QPoint centre = m_origin + QPoint(30 + 195, 685 + 38);
+            return run("xdotool",
+                       {"mousemove", QString::number(centre.x()), QString::number(centre.y()), "click", "1"});
+        };
+
+        startLauncher();
+        QTRY_VERIFY2_WITH_TIMEOUT(look() == "install", "the button never offered to install", 30000);
+        // The background plays: the sky between the logo and the bottom bar, clear of every widget, changes.
+        const QRect sky(m_origin + QPoint(320, 200), QSize(1000, 440));
+        const QImage before = screenshot().copy(sky);
+        QTest::qWait(1000);
+        QVERIFY(screenshot().copy(sky) != before);
+        QVERIFY(pressManageButton());
+        QTRY_VERIFY2_WITH_TIMEOUT(look() == "play" && QFile::exists(m_install + "/.initcomplete"),
+                                  "the install did not finish on Play", 60000);
+        // Every published file arrived intact, and nothing else.
+        QVERIFY(run("diff", {"-r", "--exclude=checksums.txt.gz", "--exclude=.initcomplete", m_served, m_install}));
+
+        // A patch: one file changes on the server, and the next start offers it.
+        const QString changed = "/scripts/file_3.dat";
+        QVERIFY(TestFiles::write(m_served + changed, QByteArray(70000, 'p')));
+        publish();
+        startLauncher();
+        QTRY_VERIFY2_WITH_TIMEOUT(look() == "update", "the button never offered the update", 30000);
+        QVERIFY(pressManageButton());
+        QTRY_VERIFY2_WITH_TIMEOUT(look() == "play" && TestFiles::read(m_install + changed) == QByteArray(70000, 'p'),
+                                  "the update did not finish on Play", 30000);
     }
-    void installThenUpdate();
 
 private:
-    bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr);
-    void publish() { QVERIFY(run(PUBLISH_BINARY, {"--output", m_served + "/checksums.txt.gz", m_served})); }
-    void startLauncher();
-    void stopLauncher();
-    QImage screenshot();
-    // "install", "update", "checking" or "play" as the manage button looks.
-    QString look();
-    bool waitForLook(const QString &wanted)
+    bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr)
     {
-        return QTest::qWaitFor([&] { return look() == wanted; }, 30000);
+        QProcess process;
+        process.start(program, arguments);
+        const bool finished = process.waitForFinished(120000);
+        if (output)
+            *output = process.readAllStandardOutput().trimmed();
+        return finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
     }
 
+    void publish() { QVERIFY(run(PUBLISH_BINARY, {"--output", m_served + "/checksums.txt.gz", m_served})); }
+
+    void startLauncher()
+    {
+        m_launcher.kill();
+        m_launcher.waitForFinished();
+        m_launcher.start(LAUNCHER_BINARY, {});
+        QByteArray shell;
+        QVERIFY(run("xdotool",
+                    {"search", "--sync", "--name", "Hollowmere E2E Launcher", "getwindowgeometry", "--shell"}, &shell));
+        const auto at = QRegularExpression("X=(\\d+)\\s+Y=(\\d+)").match(QString::fromLatin1(shell));
+        m_origin = QPoint(at.captured(1).toInt(), at.captured(2).toInt());
+    }
+
+    QImage screenshot()
+    {
+        // The virtual display is this process's own DISPLAY.
+        QByteArray png;
+        run("import", {"-window", "root", "png:-"}, &png);
+        return QImage::fromData(png, "PNG");
+    }
+
+    // "install", "update", "checking" or "play" as the manage button looks.
+    QString look()
+    {
+        // Spots on the button's frame: one clear of text and icon, one where the busy circle sits while checking.
+        const QImage image = screenshot();
+        const QColor frame = image.pixelColor(m_origin + QPoint(30 + 20, 685 + 60));
+        const QColor circle = image.pixelColor(m_origin + QPoint(30 + 120, 685 + 38));
+        const auto isBlue = [](const QColor &c) { return c.blue() > c.red() + 30 && c.blue() > 80; };
+        if (frame.green() > frame.red() + 30 && frame.green() > frame.blue() + 20)
+            return "play";
+        if (frame.red() > frame.blue() + 60 && frame.green() > frame.blue() + 20)
+            return "install";
+        if (isBlue(frame))
+            return isBlue(circle) ? "update" : "checking";
+        return QString();
+    }
+
+    // The launcher started from here inherits this home.
+    IsolatedSettings m_isolation;
     VirtualDisplay m_display;
     QTemporaryDir m_root;
     QString m_served = m_root.filePath("www/hollowmere_e2e");
@@ -41,125 +123,6 @@ private:
     QProcess m_launcher;
     QPoint m_origin;
 };
-
-bool TestEndToEnd::run(const QString &program, const QStringList &arguments, QByteArray *output)
-{
-    QProcess process;
-    process.start(program, arguments);
-    const bool finished = process.waitForFinished(120000);
-    if (output)
-        *output = process.readAllStandardOutput().trimmed();
-    return finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-}
-
-void TestEndToEnd::initTestCase()
-{
-    QVERIFY2(m_display.isRunning(), "Xvfb could not be started");
-    // What the launcher started from here sees: a home of its own on the virtual display.
-    const QByteArray home = m_root.filePath("home").toUtf8();
-    QDir().mkpath(m_root.filePath("home/tmp"));
-    qputenv("HOME", home);
-    qputenv("XDG_CONFIG_HOME", home + "/config");
-    qputenv("XDG_DATA_HOME", home + "/data");
-    qputenv("TMPDIR", home + "/tmp");
-    qputenv("QT_QPA_PLATFORM", "xcb");
-    QVERIFY(run(SOURCE_DIR "/demo/make-sample-game.sh",
-                {m_served, SAMPLE_GAME_BINARY, "hollowmere_dx.exe", "Hollowmere E2E", "12"}));
-    publish();
-
-    const QString configuration = m_root.filePath("nginx.conf");
-    QVERIFY(TestFiles::write(configuration,
-                             TestFiles::read(SOURCE_DIR "/demo/nginx.conf.in")
-                                 .replace("@ROOT@", m_root.path().toUtf8())
-                                 .replace("@PORT@", QByteArray::number(E2E_PORT))
-                                 .replace("@RATE@", "0")));
-    m_nginx.start(QStandardPaths::findExecutable("nginx", {"/usr/sbin"}), {"-p", m_root.path(), "-c", configuration});
-    QTRY_VERIFY_WITH_TIMEOUT(run("bash", {"-c", "echo > /dev/tcp/127.0.0.1/" + QString::number(E2E_PORT)}), 10000);
-
-    // A player who has chosen where the game goes, so no first-run question, and turned the animations on.
-    QVERIFY(TestFiles::write(m_root.filePath("home/config/Brindlewood Works/Hollowmere E2E Launcher.conf"),
-                             "[General]\nhasSelectedInstallPath=true\ninstallPath=" + m_install.toUtf8()
-                                 + "\nanimationsEnabled=true\n"));
-}
-
-void TestEndToEnd::startLauncher()
-{
-    m_launcher.start(LAUNCHER_BINARY, {});
-    QVERIFY(m_launcher.waitForStarted());
-    QByteArray shell;
-    QVERIFY(run("xdotool", {"search", "--sync", "--name", "Hollowmere E2E Launcher", "getwindowgeometry", "--shell"},
-                &shell));
-    const auto at = QRegularExpression("X=(\\d+)\\s+Y=(\\d+)").match(QString::fromLatin1(shell));
-    m_origin = QPoint(at.captured(1).toInt(), at.captured(2).toInt());
-
-    // The first painted background frame starts the launcher's flow; until then the button has its initial look.
-    QVERIFY2(QTest::qWaitFor([this] { return qGray(screenshot().pixel(m_origin + QPoint(1010, 150))) > 150; }, 20000),
-             "the background was never painted");
-}
-
-void TestEndToEnd::stopLauncher()
-{
-    m_launcher.terminate();
-    m_launcher.waitForFinished(5000);
-    m_launcher.kill();
-    m_launcher.waitForFinished();
-}
-
-QImage TestEndToEnd::screenshot()
-{
-    // The virtual display is this process's own DISPLAY.
-    QByteArray png;
-    run("import", {"-window", "root", "png:-"}, &png);
-    return QImage::fromData(png, "PNG");
-}
-
-QString TestEndToEnd::look()
-{
-    // Spots on the button's frame: one clear of text and icon, one where the busy circle sits while checking.
-    const QImage image = screenshot();
-    const QColor frame = image.pixelColor(m_origin + QPoint(30 + 20, 685 + 60));
-    const QColor circle = image.pixelColor(m_origin + QPoint(30 + 120, 685 + 38));
-    const auto isBlue = [](const QColor &c) { return c.blue() > c.red() + 30 && c.blue() > 80; };
-    if (frame.green() > frame.red() + 30 && frame.green() > frame.blue() + 20)
-        return "play";
-    if (frame.red() > frame.blue() + 60 && frame.green() > frame.blue() + 20)
-        return "install";
-    if (isBlue(frame))
-        return isBlue(circle) ? "update" : "checking";
-    return QString();
-}
-
-void TestEndToEnd::installThenUpdate()
-{
-    const auto pressManageButton = [this] {
-        const QPoint centre = m_origin + QPoint(30 + 195, 685 + 38);
-        return run("xdotool", {"mousemove", QString::number(centre.x()), QString::number(centre.y()), "click", "1"});
-    };
-    startLauncher();
-    QVERIFY2(waitForLook("install"), "the button never offered to install");
-    // The background plays: the sky between the logo and the bottom bar, clear of every widget, changes.
-    const QRect sky(m_origin + QPoint(320, 200), QSize(1000, 440));
-    const QImage before = screenshot().copy(sky);
-    QTest::qWait(1000);
-    QVERIFY(screenshot().copy(sky) != before);
-
-    QVERIFY(pressManageButton());
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_install + "/.initcomplete"), 60000);
-    QVERIFY2(waitForLook("play"), "the button did not turn to Play");
-    // Every published file arrived intact, and nothing else.
-    QVERIFY(run("diff", {"-r", "--exclude=checksums.txt.gz", "--exclude=.initcomplete", m_served, m_install}));
-    stopLauncher();
-
-    // A patch: one file changes on the server.
-    const QString changed = "/scripts/file_3.dat";
-    QVERIFY(TestFiles::write(m_served + changed, QByteArray(70000, 'p')));
-    publish();
-    startLauncher();
-    QVERIFY2(waitForLook("update"), "the button never offered the update");
-    QVERIFY(pressManageButton());
-    QTRY_VERIFY_WITH_TIMEOUT(TestFiles::read(m_install + changed) == QByteArray(70000, 'p'), 30000);
-    QVERIFY2(waitForLook("play"), "the button did not return to Play after the update");
-}
 
 QTEST_GUILESS_MAIN(TestEndToEnd)
 #include "tst_e2e_install.moc"
