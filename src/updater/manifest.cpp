@@ -181,7 +181,9 @@ namespace
             return m_at == m_end;
         }
 
-        // Printable ASCII without escapes, which QJsonDocument keeps as it is.
+        // Printable ASCII as it stands in the text, whose only escape may be
+        // "\/": PHP's encoder writes every slash of a path that way. Read
+        // through text().
         std::optional<QLatin1String> string()
         {
             if (!take('"'))
@@ -189,7 +191,9 @@ namespace
             const char *start = m_at;
             while (m_at != m_end && *m_at != '"') {
                 const auto c = static_cast<uchar>(*m_at);
-                if (c < 0x20 || c > 0x7e || c == '\\')
+                if (c < 0x20 || c > 0x7e)
+                    return std::nullopt;
+                if (c == '\\' && (++m_at == m_end || *m_at != '/'))
                     return std::nullopt;
                 ++m_at;
             }
@@ -243,6 +247,15 @@ namespace
         const char *m_end;
     };
 
+    // A string of the reader as the document gives it.
+    QString text(QLatin1String raw)
+    {
+        QString decoded(raw);
+        if (raw.contains(QLatin1Char('\\')))
+            decoded.remove(QLatin1Char('\\'));
+        return decoded;
+    }
+
     bool readFiles(PlainReader &reader, QList<Manifest::Entry> &entries)
     {
         if (!reader.take('{'))
@@ -270,7 +283,7 @@ namespace
             if (!reader.take('}') || *size > std::numeric_limits<qint64>::max() - total)
                 return false;
             total += *size;
-            entries.append({QString(*key), QString(*checksum), *size});
+            entries.append({text(*key), text(*checksum), *size});
         } while (reader.take(','));
         return reader.take('}');
     }
@@ -301,7 +314,7 @@ namespace
         } while (reader.take(','));
         if (!reader.take('}') || !file || !checksum)
             return std::nullopt;
-        return Manifest::Entry {QString(*file), QString(*checksum), 0};
+        return Manifest::Entry {text(*file), text(*checksum), 0};
     }
 }
 

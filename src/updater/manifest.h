@@ -45,10 +45,11 @@ namespace Manifest
     };
 
     // A quick reading of the JSON text, for the one plain form servers write:
-    // ASCII strings without escapes, and entries of exactly a "checksum"
-    // string and a "size" whole number. Gives the entries parseDocument()
-    // keeps, in its key order, and nothing for any text outside that form
-    // or without entries, which parseDocument() alone can then read.
+    // ASCII strings whose only escape is "\/", and entries of exactly a
+    // "checksum" string and a "size" whole number. Gives the entries
+    // parseDocument() keeps, in its key order, and nothing for any text
+    // outside that form or without entries, which parseDocument() alone can
+    // then read.
     std::optional<QList<Entry>> scan(const QByteArray &json);
 
     // The most bytes a file of this stored "size" may have: a whole number,

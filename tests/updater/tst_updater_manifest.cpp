@@ -65,6 +65,10 @@ void TestManifest::parse_data()
         "\"/b\"}, \"n\": null } ",
         R"({"/a": {"checksum": "x", "size": 1}, "/b": {"checksum": "b", "size": "7"}, "/c": {"checksum": "", "size": 0}})",
         true);
+    row("slashes escaped, as PHP writes them",
+        R"({"files": {"\/a\/b.bin": {"checksum": "1", "size": 1}},)"
+        R"( "binary": {"file": "\/g", "checksum": "2", "size": "3"}})",
+        R"({"/a/b.bin": {"checksum": "1", "size": 1}, "/g": {"checksum": "2", "size": "3"}})", true);
     // Forms only the document reads, each with its own outcome there.
     row("key given twice, the last wins",
         R"({"files": {"/a": {"checksum": "1", "size": 1}, "/a": {"checksum": "2", "size": 2}}})",
