@@ -16,13 +16,14 @@ private slots:
 
 namespace
 {
-    QString writeScript(const QString &path, const QByteArray &body)
+    using Run = Platform::ElevatedRun;
+
+    bool writeScript(const QString &path, const QByteArray &body)
     {
         QFile script(path);
-        const bool written = QDir().mkpath(QFileInfo(path).path()) && script.open(QIODevice::WriteOnly)
+        return QDir().mkpath(QFileInfo(path).path()) && script.open(QIODevice::WriteOnly)
             && script.write("#!/bin/sh\n" + body) > 0
             && script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        return written ? path : QString();
     }
 }
 
@@ -35,26 +36,23 @@ void TestElevation::runElevated_data()
 
     // NUL-terminated, since an argument may hold anything but a NUL.
     const QByteArray recorder = "printf '%s\\0' \"$@\" > \"$STANDIN_RECORD\"\nexit 3\n";
-    const QStringList tool {QStringLiteral("--source"), QStringLiteral("/srv/staging")};
-    const int refused = Platform::ElevatedRun::Refused;
-    const int timedOut = Platform::ElevatedRun::TimedOut;
-
+    const QStringList tool {"--source", "/srv/staging"};
     // Split at "|": empty values, blanks, quotes, a line feed, backslashes, percent signs.
-    const QStringList odd = QStringLiteral("--dest||/home/a b/Brindlewood Works|say \"hi\" 'there'|\"|two\nlines| |"
-                                           "C:\\Program Files (x86)\\|\\|a\\\\\"b|%2|%1 %3|%PATH%|")
-                                .split(QLatin1Char('|'));
     QTest::newRow("arguments pass untouched, exit code too")
-        << odd << QByteArray() << recorder << int(Platform::ElevatedRun::Finished);
-    QTest::newRow("dismissed") << tool << QByteArray("126") << recorder << refused;
-    QTest::newRow("authentication failed") << tool << QByteArray("127") << recorder << refused;
-    QTest::newRow("no pkexec") << tool << QByteArray("none") << recorder << refused;
-    // Each notes its id and never ends by itself while its input stays open;
-    // their output goes nowhere, so one left running cannot hold the test's.
-    QTest::newRow("time-out, program ignores its input")
-        << tool << QByteArray() << QByteArray("echo $$ > \"$STANDIN_RECORD\"\nexec sleep 600 > /dev/null 2>&1\n")
-        << timedOut;
-    QTest::newRow("time-out, program stops when its input closes")
-        << tool << QByteArray() << QByteArray("echo $$ > \"$STANDIN_RECORD\"\nexec cat > /dev/null 2>&1\n") << timedOut;
+        << QString("--dest||/home/a b/Brindlewood Works|say \"hi\" 'there'|\"|two\nlines| |"
+                   "C:\\Program Files (x86)\\|\\|a\\\\\"b|%2|%1 %3|%PATH%|")
+               .split('|')
+        << QByteArray() << recorder << int(Run::Finished);
+    // Dismissed or not authorised, authentication failed, no pkexec at all.
+    for (const char *code : {"126", "127", "none"})
+        QTest::addRow("refused, pkexec %s", code) << tool << QByteArray(code) << recorder << int(Run::Refused);
+    // Each notes its id and never ends by itself while its input stays open (cat stops once it closes); their output
+    // goes nowhere, so one left running cannot hold the test's.
+    for (const char *waiting : {"sleep 600", "cat"})
+        QTest::addRow("time-out, %s", waiting)
+            << tool << QByteArray()
+            << QByteArray("echo $$ > \"$STANDIN_RECORD\"\nexec " + QByteArray(waiting) + " > /dev/null 2>&1\n")
+            << int(Run::TimedOut);
 }
 
 void TestElevation::runElevated()
@@ -65,33 +63,27 @@ void TestElevation::runElevated()
     QFETCH(int, outcome);
 
     QTemporaryDir dir;
-    const QString pkexec
-        = writeScript(dir.filePath(QStringLiteral("bin/pkexec")),
-                      "[ -n \"$STANDIN_PKEXEC_EXIT\" ] && exit \"$STANDIN_PKEXEC_EXIT\"\nexec \"$@\"\n");
-    const QString script = writeScript(dir.filePath(QStringLiteral("tool with blanks")), program);
-    QVERIFY(!pkexec.isEmpty() && !script.isEmpty());
-    QFile record(dir.filePath(QStringLiteral("record")));
+    const QString bin = dir.filePath("bin"), script = dir.filePath("tool with blanks");
+    QVERIFY(
+        writeScript(bin + "/pkexec", "[ -n \"$STANDIN_PKEXEC_EXIT\" ] && exit \"$STANDIN_PKEXEC_EXIT\"\nexec \"$@\"\n")
+        && writeScript(script, program));
+    QFile record(dir.filePath("record"));
     qputenv("STANDIN_RECORD", QFile::encodeName(record.fileName()));
     qputenv("STANDIN_PKEXEC_EXIT", pkexecExit);
     const QByteArray path = qgetenv("PATH");
-    qputenv("PATH",
-            pkexecExit == "none" ? QByteArray("/no-such-folder")
-                                 : QFile::encodeName(QFileInfo(pkexec).path()) + ':' + path);
+    qputenv("PATH", pkexecExit == "none" ? QByteArray("/no-such-folder") : QFile::encodeName(bin) + ':' + path);
     const bool canElevate = Platform::canElevate();
-    const Platform::ElevatedRun run
-        = Platform::runElevated(script, arguments, outcome == Platform::ElevatedRun::TimedOut ? 2000 : 30000);
+    const Run run = Platform::runElevated(script, arguments, outcome == Run::TimedOut ? 2000 : 30000);
     qputenv("PATH", path);
     QCOMPARE(canElevate, pkexecExit != "none");
     QCOMPARE(int(run.outcome), outcome);
-
-    QCOMPARE(record.open(QIODevice::ReadOnly), outcome != Platform::ElevatedRun::Refused);
-    if (outcome == Platform::ElevatedRun::TimedOut) {
-        const QString pid = QString::fromLatin1(record.readAll().trimmed());
-        QVERIFY2(!pid.isEmpty() && !QFile::exists(QStringLiteral("/proc/") + pid), qPrintable(pid));
-    } else if (outcome == Platform::ElevatedRun::Finished) {
-        QCOMPARE(run.exitCode, 3);
-        QCOMPARE(QString::fromLocal8Bit(record.readAll()).split(QChar(0)), arguments + QStringList {QString()});
-    }
+    QCOMPARE(run.exitCode, outcome == Run::Finished ? 3 : -1);
+    QCOMPARE(record.open(QIODevice::ReadOnly), outcome != Run::Refused);
+    const QString recorded = QString::fromLocal8Bit(record.isOpen() ? record.readAll() : QByteArray());
+    if (outcome == Run::Finished)
+        QCOMPARE(recorded.split(QChar(0)), arguments + QStringList {QString()});
+    else if (outcome == Run::TimedOut) // stopped, not left running
+        QVERIFY2(!recorded.trimmed().isEmpty() && !QFile::exists("/proc/" + recorded.trimmed()), qPrintable(recorded));
 }
 
 QTEST_GUILESS_MAIN(TestElevation)

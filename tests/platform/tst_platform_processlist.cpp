@@ -18,8 +18,7 @@ namespace
 {
     bool copySleep(const QString &path)
     {
-        return QDir().mkpath(QFileInfo(path).path())
-            && QFile::copy(QStandardPaths::findExecutable(QStringLiteral("sleep")), path);
+        return QDir().mkpath(QFileInfo(path).path()) && QFile::copy(QStandardPaths::findExecutable("sleep"), path);
     }
 }
 
@@ -32,22 +31,20 @@ void TestProcessList::find_data()
     QTest::addColumn<bool>("removed"); // the first program is deleted while it runs
     QTest::addColumn<QString>("expected"); // empty: no such process
     QTest::addColumn<bool>("same");
+    const auto row = [](const char *name, const QStringList &programs, const QString &fileName, bool removed,
+                        const QString &expected,
+                        bool same) { QTest::newRow(name) << programs << fileName << removed << expected << same; };
 
-    const QStringList game {QStringLiteral("install/plist_same.bin")};
-    const QString name = QStringLiteral("plist_same.bin");
-    QTest::newRow("no process of that name") << game << "plist_other.bin" << false << QString() << false;
-    QTest::newRow("name is case-sensitive") << game << "Plist_same.bin" << false << QString() << false;
-    QTest::newRow("blank in the path") << QStringList {QStringLiteral("Game Dir/plist_dx.exe")} << "plist_dx.exe"
-                                       << false << "Game Dir/plist_dx.exe" << true;
-    QTest::newRow("first of the name decides") << QStringList {QStringLiteral("elsewhere/plist_same.bin"), game.first()}
-                                               << name << false << "elsewhere/plist_same.bin" << true;
-    QTest::newRow("through a symlinked folder") << game << name << false << "link/plist_same.bin" << true;
-    QTest::newRow("doubled separator and dot steps") << game << name << false << "./install//./plist_same.bin" << true;
-    QTest::newRow("folder differing only in case") << game << name << false << "Install/plist_same.bin" << false;
+    const QStringList game {"install/plist_same.bin"};
+    const QString name = "plist_same.bin";
+    row("name is case-sensitive", game, "Plist_same.bin", false, {}, false);
+    row("blank in the path", {"Game Dir/plist_dx.exe"}, "plist_dx.exe", false, "Game Dir/plist_dx.exe", true);
+    row("first of the name decides", {"elsewhere/" + name, game.first()}, name, false, "elsewhere/" + name, true);
+    row("symlinked folder, doubled separator, dot steps", game, name, false, "./link//./" + name, true);
+    row("folder differing only in case", game, name, false, "Install/" + name, false);
     // The kernel still names the image of a program deleted under it.
-    QTest::newRow("removed, through a symlinked folder") << game << name << true << "link/plist_same.bin" << true;
-    QTest::newRow("removed, folder differing only in case")
-        << game << name << true << "Install/plist_same.bin" << false;
+    row("removed, through a symlinked folder", game, name, true, "link/" + name, true);
+    row("removed, folder differing only in case", game, name, true, "Install/" + name, false);
 }
 
 void TestProcessList::find()
@@ -59,22 +56,19 @@ void TestProcessList::find()
     QFETCH(bool, same);
 
     QTemporaryDir dir;
-    QVERIFY(copySleep(dir.filePath(QStringLiteral("Install/plist_same.bin"))));
-    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("install")));
-    QVERIFY(QFile::link(dir.filePath(QStringLiteral("install")), dir.filePath(QStringLiteral("link"))));
+    QVERIFY(copySleep(dir.filePath("Install/plist_same.bin")) && QDir(dir.path()).mkdir("install")
+            && QFile::link(dir.filePath("install"), dir.filePath("link")));
     // Started in the order given, so ids ascend on an idle test machine.
     std::list<QProcess> running;
     for (const QString &program : std::as_const(programs)) {
         QVERIFY(copySleep(dir.filePath(program)));
-        running.emplace_back().start(dir.filePath(program), {QStringLiteral("30")});
+        running.emplace_back().start(dir.filePath(program), {"30"});
         QVERIFY(running.back().waitForStarted());
     }
-    if (removed)
-        QVERIFY(QFile::remove(dir.filePath(programs.first())));
+    QVERIFY(!removed || QFile::remove(dir.filePath(programs.first())));
     const std::optional<QString> image = Platform::firstProcessImagePath(fileName);
     QCOMPARE(bool(image), !expected.isEmpty());
-    if (image)
-        QCOMPARE(Platform::isSameExecutable(*image, dir.path() + QLatin1Char('/') + expected), same);
+    QCOMPARE(image && Platform::isSameExecutable(*image, dir.path() + '/' + expected), same);
     for (QProcess &process : running) {
         process.kill();
         process.waitForFinished();
