@@ -33,19 +33,16 @@ bool Platform::readRegularFile(const QString &path, char *buffer, qint64 bufferS
     const int fd = openRegularFile(path);
     if (fd < 0)
         return false;
-    bool ok = true;
+    ssize_t read = 0;
     for (;;) {
-        const ssize_t read = ::read(fd, buffer, static_cast<size_t>(bufferSize));
-        if (read < 0 && errno == EINTR)
-            continue;
-        if (read <= 0) {
-            ok = read == 0;
+        read = ::read(fd, buffer, static_cast<size_t>(bufferSize));
+        if (read > 0)
+            consume(buffer, read);
+        else if (read == 0 || errno != EINTR)
             break;
-        }
-        consume(buffer, read);
     }
     ::close(fd);
-    return ok;
+    return read == 0;
 }
 
 void Platform::readAhead(const QString &path)
