@@ -63,14 +63,6 @@ std::optional<QByteArray> Manifest::uncompress(const QByteArray &data, qsizetype
     return out;
 }
 
-std::optional<QJsonObject> Manifest::parse(const QByteArray &data, QSet<QString> *unsized)
-{
-    const std::optional<QByteArray> inflated = uncompress(data);
-    if (!inflated)
-        return std::nullopt;
-    return parseDocument(*inflated, unsized);
-}
-
 std::optional<QJsonObject> Manifest::parseDocument(const QByteArray &json, QSet<QString> *unsized)
 {
     QJsonParseError error;

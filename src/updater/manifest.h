@@ -24,15 +24,12 @@ namespace Manifest
     // the block is broken, declares no data, or inflates beyond `limit`.
     std::optional<QByteArray> uncompress(const QByteArray &data, qsizetype limit = MaxInflatedSize);
 
-    // Reads a qCompress-framed JSON manifest. Empty when the body is not in
-    // that framing, is no JSON object, or has no "files" object; entries
-    // without both "checksum" and "size" are left out, and so are entries
-    // with a negative size or one that would carry the total past what a
-    // 64-bit count holds. `unsized`, if given, receives the files whose
-    // published size is no whole number: they are stored with size 0, which
-    // must not bound their transfer.
-    std::optional<QJsonObject> parse(const QByteArray &data, QSet<QString> *unsized = nullptr);
-    // The same for the inflated JSON text.
+    // Reads the inflated JSON text of a manifest. Empty when it is no JSON
+    // object or has no "files" object; entries without both "checksum" and
+    // "size" are left out, and so are entries with a negative size or one
+    // that would carry the total past what a 64-bit count holds. `unsized`,
+    // if given, receives the files whose published size is no whole number:
+    // they are stored with size 0, which must not bound their transfer.
     std::optional<QJsonObject> parseDocument(const QByteArray &json, QSet<QString> *unsized = nullptr);
 
     // One entry as the parsed manifest holds it, with its size read as a
