@@ -17,13 +17,11 @@
 
 #include <memory>
 
+#include "updater/manifest.h"
+
 class QFile;
 class QLockFile;
 struct VerificationRun;
-namespace Manifest
-{
-    struct Entry;
-}
 
 // Upper bound on file transfers in flight, taken once at process start.
 extern const int maxConcurrentDownloads;
@@ -58,21 +56,12 @@ struct PendingDownload
     QString fileName;
 };
 
-// One file to verify.
-struct VerificationTask
-{
-    QString relativePath;
-    QString expectedChecksum;
-    // The manifest's size, which only orders the downloads.
-    qint64 size = 0;
-};
-
 // The checks of one manifest: the tasks in key order, and the order in which
 // a run fetches what fails, planned once here so that a large game is never
-// sorted on the GUI thread.
+// sorted on the GUI thread. A task's size only orders the downloads.
 struct VerificationPlan
 {
-    QList<VerificationTask> tasks;
+    QList<Manifest::Entry> tasks;
     // Indices into `tasks`, largest file first, equal sizes in key order.
     QList<qsizetype> largestFirst;
 };

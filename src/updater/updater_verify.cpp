@@ -176,7 +176,7 @@ VerificationPlan planVerification(const QList<Manifest::Entry> &entries)
     plan.tasks.reserve(entries.size());
     for (const Manifest::Entry &entry : entries) {
         if (!entry.checksum.isEmpty() && Manifest::isSafeRelativePath(entry.key))
-            plan.tasks.append({entry.key, entry.checksum, entry.size});
+            plan.tasks.append(entry);
     }
     orderLargestFirst(plan);
     return plan;
@@ -219,13 +219,13 @@ void Updater::startVerification(VerificationPlan plan)
     auto containment = std::make_shared<Containment>(installPath);
     const auto verifyChunk = [this, run, installPath, staging, containment](const VerificationRun::Chunk &chunk) {
         for (qsizetype index = chunk.begin; index < chunk.end; ++index) {
-            const VerificationTask &task = run->plan.tasks.at(index);
-            const QString path = filePath(installPath, task.relativePath);
+            const Manifest::Entry &task = run->plan.tasks.at(index);
+            const QString path = filePath(installPath, task.key);
             while (run->readAhead.isActive()) {
                 const qsizetype ahead = run->readAhead.claim(index, run->totalFiles);
                 if (ahead < 0)
                     break;
-                const QString aheadPath = filePath(installPath, run->plan.tasks.at(ahead).relativePath);
+                const QString aheadPath = filePath(installPath, run->plan.tasks.at(ahead).key);
                 if (containment->contains(aheadPath))
                     Platform::readAhead(aheadPath);
             }
@@ -234,9 +234,9 @@ void Updater::startVerification(VerificationPlan plan)
             VerificationRun::Outcome outcome = VerificationRun::Failed;
             if (!containment->contains(path)) {
                 outcome = VerificationRun::Outside;
-            } else if (isCopyValid(path, task.expectedChecksum)) {
+            } else if (isCopyValid(path, task.checksum)) {
                 outcome = VerificationRun::Good;
-            } else if (isStagedCopyValid(staging, task.relativePath, task.expectedChecksum)) {
+            } else if (isStagedCopyValid(staging, task.key, task.checksum)) {
                 outcome = VerificationRun::Staged;
             }
             run->outcomes[index] = outcome;
@@ -287,18 +287,18 @@ void Updater::handleVerificationFinished()
         return;
     }
     const std::shared_ptr<VerificationRun> run = currentVerification;
-    const QList<VerificationTask> &tasks = run->plan.tasks;
+    const QList<Manifest::Entry> &tasks = run->plan.tasks;
     QStringList outside;
     for (qsizetype index = 0; index < tasks.size(); ++index) {
         switch (run->outcomes[index]) {
         case VerificationRun::Failed:
-            verificationResults.append(tasks.at(index).relativePath);
+            verificationResults.append(tasks.at(index).key);
             break;
         case VerificationRun::Staged:
-            verifiedStagedFiles.insert(tasks.at(index).relativePath);
+            verifiedStagedFiles.insert(tasks.at(index).key);
             break;
         case VerificationRun::Outside:
-            outside.append(tasks.at(index).relativePath);
+            outside.append(tasks.at(index).key);
             break;
         case VerificationRun::Good:
             break;
@@ -307,7 +307,7 @@ void Updater::handleVerificationFinished()
     filesToDownload.reserve(verificationResults.size());
     for (const qsizetype index : run->plan.largestFirst) {
         if (run->outcomes[index] == VerificationRun::Failed) {
-            filesToDownload.append(tasks.at(index).relativePath);
+            filesToDownload.append(tasks.at(index).key);
             queuedBytes += tasks.at(index).size;
         }
     }
