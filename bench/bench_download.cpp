@@ -7,11 +7,14 @@
 #include "benchsetup.h"
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "platform/eventdispatchers.h"
 #include "support/testhttpserver.h"
 #include "updater/updater.h"
 
 int main(int argc, char *argv[])
 {
+    // As the launcher does: the engine's network threads are the ones measured.
+    Platform::chooseEventDispatchers();
     QCoreApplication app(argc, argv);
     const BenchSetup::Size size = BenchSetup::parseSize(app.arguments(), "256", "200");
 

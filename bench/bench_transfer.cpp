@@ -29,6 +29,7 @@
 #include "benchsetup.h"
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "platform/eventdispatchers.h"
 #include "support/testtls.h"
 #include "support/virtualdisplay.h"
 #include "updater/updater.h"
@@ -325,6 +326,8 @@ namespace
 
 int main(int argc, char *argv[])
 {
+    // As the launcher does: the engine's network threads are the ones measured.
+    Platform::chooseEventDispatchers();
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
     parser.addHelpOption();

@@ -15,6 +15,7 @@
 #include "benchsetup.h"
 #include "config/settings.h"
 #include "isolatedsettings.h"
+#include "platform/eventdispatchers.h"
 #include "support/testhttpserver.h"
 #include "updater/updater.h"
 
@@ -50,6 +51,8 @@ namespace
 
 int main(int argc, char *argv[])
 {
+    // As the launcher does: the engine's network threads are the ones measured.
+    Platform::chooseEventDispatchers();
     QCoreApplication app(argc, argv);
     const bool cold = app.arguments().contains(QStringLiteral("--cold"));
     QStringList arguments = app.arguments();

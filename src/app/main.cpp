@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "platform/eventdispatchers.h"
 #include "relocatedirectory.h"
 #include "ui/mainwindow.h"
 
@@ -51,6 +52,8 @@ namespace
 
 int main(int argc, char *argv[])
 {
+    // Before Qt starts a thread of its own.
+    Platform::chooseEventDispatchers();
     QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::Floor);
     // The layout is cut in device pixels; Qt 6 ignores the attribute, but a
     // build against an older Qt must not scale the window either.
