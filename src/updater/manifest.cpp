@@ -242,10 +242,7 @@ namespace
     // A string of the reader as the document gives it.
     QString text(QLatin1String raw)
     {
-        QString decoded(raw);
-        if (raw.contains(QLatin1Char('\\')))
-            decoded.remove(QLatin1Char('\\'));
-        return decoded;
+        return QString(raw).remove(QLatin1Char('\\'));
     }
 
     bool readFiles(PlainReader &reader, QList<Manifest::Entry> &entries)
