@@ -5,9 +5,8 @@
 // the button pressed the way a player presses it). Each side runs in turn,
 // several times, and the ratio is curl's time over the side's time. With
 // --tls nginx offers HTTPS and HTTP/2 with a certificate made for the run,
-// as a real patch server does (curl takes HTTP/2, the engine HTTP/1.1); the
-// launcher's address is compiled in as plain HTTP, so that side is then
-// left out.
+// as a real patch server does (curl takes HTTP/2, the engine HTTP/1.1), and
+// the launcher side runs the bench build whose address is HTTPS.
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -236,7 +235,7 @@ namespace
         return std::nullopt;
     }
 
-    Sample runLauncher(const QString &display, bool animations)
+    Sample runLauncher(const QString &display, const QString &caFile)
     {
         Sample sample;
         QTemporaryDir home;
@@ -244,7 +243,7 @@ namespace
         const auto retire = qScopeGuard([&home] { discard(home.path()); });
         const QString install = home.filePath(QStringLiteral("install"));
         const QProcessEnvironment environment
-            = BenchSetup::launcherEnvironment(home.path(), install, animations, display);
+            = BenchSetup::launcherEnvironment(home.path(), install, true, display);
         if (environment.isEmpty())
             qFatal("cannot write the launcher settings");
         // Where the engine stages on this system, under the cache location.
@@ -252,9 +251,16 @@ namespace
         const QString marker = install + QStringLiteral("/.initcomplete");
 
         QProcess process;
-        process.setProcessEnvironment(environment);
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(QStringLiteral(LAUNCHER_BENCH_BINARY), {});
+        if (caFile.isEmpty()) {
+            process.setProcessEnvironment(environment);
+            process.start(QStringLiteral(LAUNCHER_BENCH_BINARY), {});
+        } else {
+            QProcessEnvironment tls = environment;
+            tls.insert(QStringLiteral("LAUNCHER_BENCH_CA_FILE"), caFile);
+            process.setProcessEnvironment(tls);
+            process.start(QStringLiteral(LAUNCHER_BENCH_TLS_BINARY), {});
+        }
         if (!process.waitForStarted()) {
             sample.error = QStringLiteral("the launcher did not start");
             return sample;
@@ -342,15 +348,12 @@ int main(int argc, char *argv[])
                                         QStringLiteral("n"), QStringLiteral("3"));
     const QCommandLineOption sidesOption(QStringLiteral("sides"), QStringLiteral("curl, engine, launcher."),
                                          QStringLiteral("list"), QStringLiteral("curl,engine,launcher"));
-    const QCommandLineOption tlsOption(QStringLiteral("tls"),
-                                       QStringLiteral("HTTPS, HTTP/2 offered; no launcher side."));
+    const QCommandLineOption tlsOption(QStringLiteral("tls"), QStringLiteral("HTTPS, HTTP/2 offered."));
     parser.addOptions({setsOption, smallOption, bigOption, runsOption, sidesOption, tlsOption});
     parser.process(app);
     const QStringList sets = parser.value(setsOption).split(QLatin1Char(','));
-    QStringList sides = parser.value(sidesOption).split(QLatin1Char(','));
+    const QStringList sides = parser.value(sidesOption).split(QLatin1Char(','));
     const bool tls = parser.isSet(tlsOption);
-    if (tls && sides.removeAll(QStringLiteral("launcher")) > 0)
-        out << "launcher: left out, its address is plain HTTP\n";
     const int runs = qMax(1, parser.value(runsOption).toInt());
     const int parallel = maxConcurrentDownloads;
 
@@ -447,7 +450,7 @@ int main(int argc, char *argv[])
                 else if (side == QLatin1String("engine"))
                     sample = runEngine(install);
                 else if (side == QLatin1String("launcher"))
-                    sample = runLauncher(display->name(), true);
+                    sample = runLauncher(display->name(), caFile);
                 else
                     continue;
                 if (!sample.error.isEmpty()) {
