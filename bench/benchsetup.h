@@ -122,6 +122,10 @@ namespace BenchSetup
         const QString config = home + QStringLiteral("/config/Brindlewood Works");
         QDir().mkpath(config);
         QDir().mkpath(home + QStringLiteral("/tmp"));
+        // Qt wants a runtime folder only its user can enter.
+        const QString runtime = home + QStringLiteral("/runtime");
+        QDir().mkpath(runtime);
+        QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QFile store(config + QStringLiteral("/Hollowmere Bench Launcher.conf"));
         if (!store.open(QIODevice::WriteOnly))
             return {};
@@ -134,6 +138,7 @@ namespace BenchSetup
         environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
         environment.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/cache"));
         environment.insert(QStringLiteral("TMPDIR"), home + QStringLiteral("/tmp"));
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
         environment.insert(QStringLiteral("DISPLAY"), display);
         environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         return environment;
