@@ -16,7 +16,8 @@ int main(int argc, char *argv[])
     // As the launcher does: the engine's network threads are the ones measured.
     Platform::chooseEventDispatchers();
     QCoreApplication app(argc, argv);
-    const BenchSetup::Size size = BenchSetup::parseSize(app.arguments(), "256", "200");
+    QCommandLineParser parser;
+    const BenchSetup::Size size = BenchSetup::parseSize(parser, app.arguments(), "256", "200");
 
     IsolatedSettings isolation;
     QTemporaryDir root;

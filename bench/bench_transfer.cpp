@@ -22,7 +22,6 @@
 #include <QTextStream>
 #include <QThread>
 
-#include <algorithm>
 #include <optional>
 
 #include "benchsetup.h"
@@ -308,25 +307,12 @@ namespace
         return sample;
     }
 
-    QString spread(QList<qint64> values)
-    {
-        std::sort(values.begin(), values.end());
-        QStringList parts;
-        for (const qint64 value : values)
-            parts << QString::number(value);
-        return parts.join(QLatin1Char('/'));
-    }
-
     QString ratios(const QList<qint64> &baseline, const QList<qint64> &side)
     {
         QList<double> values;
         for (qsizetype i = 0; i < side.size() && i < baseline.size(); ++i)
             values << (side.at(i) > 0 ? double(baseline.at(i)) / double(side.at(i)) : 0.0);
-        std::sort(values.begin(), values.end());
-        QStringList parts;
-        for (const double value : values)
-            parts << QString::number(value, 'f', 2);
-        return parts.join(QLatin1Char('/'));
+        return BenchSetup::spread(values);
     }
 }
 
@@ -473,11 +459,11 @@ int main(int argc, char *argv[])
         for (const QString &side : sides) {
             if (!times.contains(side))
                 continue;
-            out << "  " << side << " ms (min/mid/max): " << spread(times[side]);
+            out << "  " << side << " ms (min/mid/max): " << BenchSetup::spread(times[side]);
             if (side != QLatin1String("curl") && times.contains(QStringLiteral("curl")))
                 out << ", ratio to curl: " << ratios(times[QStringLiteral("curl")], times[side]);
             if (peaks.contains(side))
-                out << ", peak RSS MiB: " << spread(peaks[side]);
+                out << ", peak RSS MiB: " << BenchSetup::spread(peaks[side]);
             out << '\n';
         }
         out.flush();

@@ -12,6 +12,9 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
+#include <algorithm>
+#include <type_traits>
+
 #include "updater/crc32.h"
 
 // Shared by the benchmarks: a synthetic game and a product configuration
@@ -60,10 +63,11 @@ namespace BenchSetup
         int files = 0;
     };
 
-    // The size of the synthetic game, from --size-mib and --files.
-    inline Size parseSize(const QStringList &arguments, const char *defaultMiB, const char *defaultFiles)
+    // The size of the synthetic game, from --size-mib and --files; `parser`
+    // may hold options of the caller's own.
+    inline Size parseSize(QCommandLineParser &parser, const QStringList &arguments, const char *defaultMiB,
+                          const char *defaultFiles)
     {
-        QCommandLineParser parser;
         parser.addHelpOption();
         const QCommandLineOption sizeOption(QStringLiteral("size-mib"), QStringLiteral("Total size in MiB."),
                                             QStringLiteral("n"), QLatin1String(defaultMiB));
@@ -97,6 +101,21 @@ namespace BenchSetup
     inline QByteArray manifest(const QJsonObject &table)
     {
         return qCompress(QJsonDocument(QJsonObject {{QStringLiteral("files"), table}}).toJson(QJsonDocument::Compact));
+    }
+
+    // Sorted and joined: "min/.../max".
+    template<typename T>
+    QString spread(QList<T> values)
+    {
+        std::sort(values.begin(), values.end());
+        QStringList parts;
+        for (const T value : values) {
+            if constexpr (std::is_floating_point_v<T>)
+                parts << QString::number(value, 'f', 2);
+            else
+                parts << QString::number(value);
+        }
+        return parts.join(QLatin1Char('/'));
     }
 
     // Peak resident memory of a process, "self" by default.
