@@ -241,8 +241,7 @@ namespace
         home.setAutoRemove(false);
         const auto retire = qScopeGuard([&home] { discard(home.path()); });
         const QString install = home.filePath(QStringLiteral("install"));
-        const QProcessEnvironment environment
-            = BenchSetup::launcherEnvironment(home.path(), install, true, display);
+        const QProcessEnvironment environment = BenchSetup::launcherEnvironment(home.path(), install, true, display);
         if (environment.isEmpty())
             qFatal("cannot write the launcher settings");
         // Where the engine stages on this system, under the cache location.

@@ -55,7 +55,8 @@ int main(int argc, char *argv[])
     Platform::chooseEventDispatchers();
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
-    const QCommandLineOption coldOption(QStringLiteral("cold"), QStringLiteral("Drop the page cache before each side."));
+    const QCommandLineOption coldOption(QStringLiteral("cold"),
+                                        QStringLiteral("Drop the page cache before each side."));
     const QCommandLineOption runsOption(QStringLiteral("runs"), QStringLiteral("Runs of each side."),
                                         QStringLiteral("n"), QStringLiteral("3"));
     parser.addOptions({coldOption, runsOption});
@@ -125,8 +126,7 @@ int main(int argc, char *argv[])
     }
     out << "cache:              " << (cold ? "cold (dropped before each side)" : "warm") << '\n';
     out << "threads:            " << QThreadPool::globalInstance()->maxThreadCount() << '\n';
-    out << "digests alone:      " << qRound(megabytesPerSecond(bytes, digestMs)) << " MB/s (" << digestMs
-        << " ms)\n";
+    out << "digests alone:      " << qRound(megabytesPerSecond(bytes, digestMs)) << " MB/s (" << digestMs << " ms)\n";
     out << "version check before: " << timer.elapsed() << " ms (not counted)\n" << Qt::flush;
 
     // The baseline and the engine take turns, so that both meet the same
@@ -166,10 +166,10 @@ int main(int argc, char *argv[])
         // The loopback server answering the manifest runs on this same thread.
         afterManifest << megabytesPerSecond(read, engineMs - startedAtMs) / plain;
         gaps << worstGapMs;
-        out << "run " << run << ": plain read " << plainMs << " ms (" << qRound(plain) << " MB/s), engine "
-            << engineMs << " ms of which manifest " << startedAtMs << " ms; ratio "
-            << QString::number(ratios.last(), 'f', 2) << ", after the manifest "
-            << QString::number(afterManifest.last(), 'f', 2) << "; worst event-loop gap " << worstGapMs << " ms\n"
+        out << "run " << run << ": plain read " << plainMs << " ms (" << qRound(plain) << " MB/s), engine " << engineMs
+            << " ms of which manifest " << startedAtMs << " ms; ratio " << QString::number(ratios.last(), 'f', 2)
+            << ", after the manifest " << QString::number(afterManifest.last(), 'f', 2) << "; worst event-loop gap "
+            << worstGapMs << " ms\n"
             << Qt::flush;
     }
     out << "ratio (min/mid/max):                         " << BenchSetup::spread(ratios) << '\n';

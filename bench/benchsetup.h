@@ -104,8 +104,7 @@ namespace BenchSetup
     }
 
     // Sorted and joined: "min/.../max".
-    template<typename T>
-    QString spread(QList<T> values)
+    template <typename T> QString spread(QList<T> values)
     {
         std::sort(values.begin(), values.end());
         QStringList parts;
