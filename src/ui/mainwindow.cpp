@@ -63,13 +63,9 @@ MainWindow::MainWindow(const QString &configurationFile, QWidget *parent)
     // A box takes the parent its caller names. The engine names none: its
     // boxes may come while the window is still hidden.
     UserPrompt::setHandlers({
-        [](const QString &title, const QString &text, QWidget *owner) {
-            QMessageBox::critical(owner, title, text);
-        },
+        [](const QString &title, const QString &text, QWidget *owner) { QMessageBox::critical(owner, title, text); },
         [](const QString &title, const QString &text, QWidget *owner) { QMessageBox::warning(owner, title, text); },
-        [](const QString &title, const QString &text, QWidget *owner) {
-            QMessageBox::information(owner, title, text);
-        },
+        [](const QString &title, const QString &text, QWidget *owner) { QMessageBox::information(owner, title, text); },
         [](const QString &title, const QString &text, QWidget *owner) {
             return QMessageBox::question(owner, title, text, QMessageBox::Yes | QMessageBox::No, QMessageBox::NoButton)
                     == QMessageBox::Yes
