@@ -241,24 +241,20 @@ namespace
         home.setAutoRemove(false);
         const auto retire = qScopeGuard([&home] { discard(home.path()); });
         const QString install = home.filePath(QStringLiteral("install"));
-        const QProcessEnvironment environment = BenchSetup::launcherEnvironment(home.path(), install, true, display);
+        QProcessEnvironment environment = BenchSetup::launcherEnvironment(home.path(), install, true, display);
         if (environment.isEmpty())
             qFatal("cannot write the launcher settings");
+        if (!caFile.isEmpty())
+            environment.insert(QStringLiteral("LAUNCHER_BENCH_CA_FILE"), caFile);
         // Where the engine stages on this system, under the cache location.
         const QString firstFolder = home.filePath(QStringLiteral("cache/Brindlewood Works/Hollowmere Bench/data"));
         const QString marker = install + QStringLiteral("/.initcomplete");
 
         QProcess process;
+        process.setProcessEnvironment(environment);
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        if (caFile.isEmpty()) {
-            process.setProcessEnvironment(environment);
-            process.start(QStringLiteral(LAUNCHER_BENCH_BINARY), {});
-        } else {
-            QProcessEnvironment tls = environment;
-            tls.insert(QStringLiteral("LAUNCHER_BENCH_CA_FILE"), caFile);
-            process.setProcessEnvironment(tls);
-            process.start(QStringLiteral(LAUNCHER_BENCH_TLS_BINARY), {});
-        }
+        process.start(
+            caFile.isEmpty() ? QStringLiteral(LAUNCHER_BENCH_BINARY) : QStringLiteral(LAUNCHER_BENCH_TLS_BINARY), {});
         if (!process.waitForStarted()) {
             sample.error = QStringLiteral("the launcher did not start");
             return sample;
