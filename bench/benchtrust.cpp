@@ -2,19 +2,16 @@
 // the certificate the bench made for its loopback server, named by
 // LAUNCHER_BENCH_CA_FILE, the way a player's system trusts a real server's.
 #include <QCoreApplication>
-#include <QSslCertificate>
-#include <QSslConfiguration>
+
+#include "support/testtls.h"
 
 namespace
 {
     void trustBenchCertificate()
     {
         const QString file = qEnvironmentVariable("LAUNCHER_BENCH_CA_FILE");
-        if (file.isEmpty())
-            return;
-        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-        tls.addCaCertificates(QSslCertificate::fromPath(file));
-        QSslConfiguration::setDefaultConfiguration(tls);
+        if (!file.isEmpty())
+            TestTls::trust(file);
     }
 }
 

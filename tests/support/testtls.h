@@ -8,9 +8,16 @@
 // HTTPS on loopback the way a patch server offers it.
 namespace TestTls
 {
+    // Makes this process, and no other, trust the certificates in `file`.
+    inline void trust(const QString &file)
+    {
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        tls.addCaCertificates(QSslCertificate::fromPath(file));
+        QSslConfiguration::setDefaultConfiguration(tls);
+    }
+
     // Writes cert.pem and key.pem for 127.0.0.1 into `directory` with the
-    // openssl tool, and makes this process, and no other, trust the
-    // certificate.
+    // openssl tool, and makes this process trust the certificate.
     inline bool makeTrustedCertificate(const QString &directory)
     {
         const QString certificate = directory + QStringLiteral("/cert.pem");
@@ -23,9 +30,7 @@ namespace TestTls
              QStringLiteral("-keyout"), directory + QStringLiteral("/key.pem"), QStringLiteral("-out"), certificate});
         if (!openssl.waitForFinished() || openssl.exitStatus() != QProcess::NormalExit || openssl.exitCode() != 0)
             return false;
-        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-        tls.addCaCertificates(QSslCertificate::fromPath(certificate));
-        QSslConfiguration::setDefaultConfiguration(tls);
+        trust(certificate);
         return true;
     }
 }
