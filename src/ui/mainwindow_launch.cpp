@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include "config/settings.h"
+#include "platform/eventdispatchers.h"
 #include "platform/executable.h"
 #include "platform/windowlookup.h"
 
@@ -58,6 +59,7 @@ bool MainWindow::launchGame()
     QProcess process;
     process.setProgram(path);
     process.setWorkingDirectory(QFileInfo(path).absolutePath());
+    process.setProcessEnvironment(Platform::environmentForOtherPrograms());
     if (!process.startDetached()) {
         finishLaunch(false);
         return false;
