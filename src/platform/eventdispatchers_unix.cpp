@@ -16,8 +16,9 @@ void Platform::chooseEventDispatchers()
     // downloads, and a network thread receives several for each few
     // kilobytes it reads. Qt's own dispatcher, like the Windows one, wakes a
     // busy thread once for all that is posted meanwhile. Nothing on the GUI
-    // thread needs GLib's loop: a GTK file dialog runs its own while it is
-    // open, and the video's player lives on a thread of its own.
+    // thread needs GLib's loop: a GTK file dialog, being application-modal,
+    // runs one itself while it is open, and the video's player lives on a
+    // thread of its own.
     if (qEnvironmentVariableIsSet(NoGlib))
         return;
     qputenv(NoGlib, QByteArrayLiteral("1"));
