@@ -51,7 +51,7 @@ namespace
 
 int main(int argc, char *argv[])
 {
-    // As the launcher does: the engine's network threads are the ones measured.
+    // As the launcher does, so that the engine's threads wait as they do there.
     Platform::chooseEventDispatchers();
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
